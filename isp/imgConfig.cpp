@@ -1,0 +1,488 @@
+// SPDX-License-Identifier: MIT
+//
+// The image configuration record: defaults, parser, loaders, printout and the day/night switch. What the
+// settings do to the camera is ispImageSet's.
+#include "isp/imgConfig.h"
+
+#include "board/debugFlags.h"
+#include "board/gpio.h"
+#include "isp/imgConfigKeys.h"
+#include "isp/lineReader.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+ImgCfgStatus gtImgCfgStatus;
+
+namespace
+{
+
+using kel::ConfKey;
+using kel::kConfKeyCount;
+using kel::kConfKeys;
+using kel::KeyAction;
+
+constexpr size_t Length(const char *text)
+{
+    return __builtin_strlen(text);
+}
+
+// ---- The key list and the ways into it
+
+constexpr size_t ListSize()
+{
+    size_t size = 0;
+    for (const ConfKey &key : kConfKeys)
+        size += Length(key.name) + 1;
+    return size;
+}
+
+struct KeyList {
+    char text[ListSize()] = {};           ///< the keys joined by ';'
+    int16_t position[kConfKeyCount] = {}; ///< where each key begins
+    uint8_t length[kConfKeyCount] = {};
+};
+
+constexpr KeyList MakeKeyList()
+{
+    KeyList list;
+    size_t end = 0;
+    for (size_t row = 0; row < kConfKeyCount; ++row) {
+        list.position[row] = static_cast<int16_t>(end);
+        list.length[row] = static_cast<uint8_t>(Length(kConfKeys[row].name));
+        for (const char *c = kConfKeys[row].name; *c != '\0'; ++c)
+            list.text[end++] = *c;
+        list.text[end++] = row + 1 < kConfKeyCount ? ';' : '\0';
+    }
+    return list;
+}
+
+constexpr KeyList kKeyList = MakeKeyList();
+constexpr int kLoopBreakPosition = 428;
+
+static_assert(kConfKeyCount == 45);
+static_assert(kKeyList.position[kConfKeyCount - 1] == 451);
+static_assert(kKeyList.position[kConfKeyCount - 3] == kLoopBreakPosition);
+
+// Whole keys, which is what files hold, are found through a hash without collisions; everything else by the
+// search that defines what a key is.
+constexpr size_t kHashSlots = 256;
+
+constexpr size_t Hash(const char *key, size_t length)
+{
+    const auto at = [key](size_t index) {
+        return static_cast<size_t>(static_cast<unsigned char>(key[index]));
+    };
+    return (length * 29 + at(length - 1) * 3 + at(length / 2) * 17 + at(length - 2) * 5) % kHashSlots;
+}
+
+struct HashIndex {
+    uint8_t row[kHashSlots] = {}; ///< row + 1; 0 where there is no key
+    bool collides = false;
+};
+
+constexpr HashIndex MakeHashIndex()
+{
+    HashIndex index;
+    for (size_t row = 0; row < kConfKeyCount; ++row) {
+        uint8_t &slot = index.row[Hash(kConfKeys[row].name, kKeyList.length[row])];
+        index.collides = index.collides || slot != 0;
+        slot = static_cast<uint8_t>(row + 1);
+    }
+    return index;
+}
+
+constexpr HashIndex kHashIndex = MakeHashIndex();
+static_assert(!kHashIndex.collides);
+
+/// Row of a whole key, or -1.
+int FindWholeKey(const char *key, size_t length)
+{
+    if (length < 2)
+        return -1;
+    const int row = kHashIndex.row[Hash(key, length)] - 1;
+    if (row < 0 || kKeyList.length[row] != length || memcmp(kConfKeys[row].name, key, length) != 0)
+        return -1;
+    return row;
+}
+
+struct Found {
+    int row;      ///< -1: unknown
+    int position; ///< of the text's first occurrence in the list; -1: nowhere
+};
+
+Found FindKey(const char *key)
+{
+    const int whole = FindWholeKey(key, strlen(key));
+    if (whole >= 0)
+        return {whole, kKeyList.position[whole]};
+    const char *occurrence = strstr(kKeyList.text, key);
+    if (occurrence == nullptr)
+        return {-1, -1};
+    const int position = static_cast<int>(occurrence - kKeyList.text);
+    for (size_t row = 0; row < kConfKeyCount; ++row) {
+        if (kKeyList.position[row] == position)
+            return {static_cast<int>(row), position};
+    }
+    return {-1, position};
+}
+
+// ---- Values
+
+bool IsBlank(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+/// strtol with base 10, but held to int32_t on every machine.
+int32_t ParseDecimal(const char *text)
+{
+    while (IsBlank(*text))
+        ++text;
+    const bool negative = *text == '-';
+    if (negative || *text == '+')
+        ++text;
+    const int64_t limit = negative ? -static_cast<int64_t>(INT32_MIN) : INT32_MAX;
+    int64_t magnitude = 0;
+    for (; *text >= '0' && *text <= '9'; ++text) {
+        magnitude = magnitude * 10 + (*text - '0');
+        if (magnitude > limit)
+            magnitude = limit;
+    }
+    return static_cast<int32_t>(negative ? -magnitude : magnitude);
+}
+
+void ParseWindow(ImgCfgStatus *record, const char *value)
+{
+    if (strnlen(value, kel::kWindowCells) < kel::kWindowCells)
+        return;
+    int32_t *cell = &record->aeWindow[0][0];
+    for (size_t i = 0; i < kel::kWindowCells; ++i)
+        cell[i] = static_cast<unsigned char>(value[i]) - '0';
+}
+
+// ---- The parser
+
+/// What is left for the loads that RESET and RELOAD start within one outermost call.
+struct LoadBudget {
+    int depth = 4;
+    int files = 16;
+};
+
+int LoadFile(ImgCfgStatus *record, const char *path, LoadBudget *budget);
+
+void LoadNested(ImgCfgStatus *record, const char *path, LoadBudget *budget)
+{
+    if (budget->depth == 0 || budget->files == 0)
+        return;
+    --budget->files;
+    --budget->depth;
+    LoadFile(record, path, budget);
+    ++budget->depth;
+}
+
+/// Debug lines of the keys that print their value.
+[[gnu::cold]] void Echo(const ConfKey &key, const char *value)
+{
+    if (strcmp(key.name, "LOOPBREAK") == 0)
+        printf("[kel_isp] Receive LOOPBREAK=%s\n", value);
+    else
+        printf("[kel_isp] %s=%s\n", key.name, value);
+}
+
+void Act(ImgCfgStatus *record, const ConfKey &key, const char *value, LoadBudget *budget)
+{
+    const bool isOne = value != nullptr && ParseDecimal(value) == 1;
+    switch (key.action) {
+    case KeyAction::Number:
+        if (value != nullptr)
+            record->*key.field = ParseDecimal(value);
+        break;
+    case KeyAction::NotStored:
+        break;
+    case KeyAction::Window:
+        if (value != nullptr)
+            ParseWindow(record, value);
+        break;
+    case KeyAction::LoadDefault:
+        if (gfDebugFlag != 0)
+            puts("[kel_isp] Reset default config ");
+        if (isOne)
+            LoadNested(record, IMG_CFG_DEFAULT_FILE, budget);
+        break;
+    case KeyAction::LoadSystem:
+        if (gfDebugFlag != 0)
+            puts("[kel_isp] Reload config ");
+        if (isOne)
+            LoadNested(record, IMG_CFG_SYSTEM_FILE, budget);
+        break;
+    case KeyAction::Echo:
+        if (gfDebugFlag != 0)
+            Echo(key, value != nullptr ? value : "");
+        break;
+    }
+}
+
+int Parse(ImgCfgStatus *record, const char *key, const char *value, LoadBudget *budget)
+{
+    const Found found = FindKey(key);
+    if (found.row < 0) {
+        if (gfDebugFlag != 0)
+            printf("[kel_isp] PARSER!!!!!!!!!!!!!!!!!!\n[kel_isp] %s:%d\n", key, found.position);
+        return IMG_CFG_UNKNOWN_KEY;
+    }
+    Act(record, kConfKeys[found.row], value, budget);
+    return found.position;
+}
+
+// ---- Sources of settings
+
+/// Cuts the next word out of `*rest` in the manner of strtok_r: null when there is none.
+template <typename IsSeparator>
+char *NextWord(char **rest, IsSeparator isSeparator)
+{
+    char *word = *rest;
+    while (*word != '\0' && isSeparator(*word))
+        ++word;
+    char *end = word;
+    while (*end != '\0' && !isSeparator(*end))
+        ++end;
+    *rest = end;
+    if (*end != '\0') {
+        *end = '\0';
+        *rest = end + 1;
+    }
+    return end == word ? nullptr : word;
+}
+
+bool EndsValue(char c)
+{
+    return c == ' ' || c == '=' || c == '\r' || c == '\n';
+}
+
+bool EndsKey(char c)
+{
+    return EndsValue(c) || c == '\t';
+}
+
+bool EndsOptionWord(char c)
+{
+    return c == '=' || c == ',';
+}
+
+int LoadFile(ImgCfgStatus *record, const char *path, LoadBudget *budget)
+{
+    struct stat info;
+    if (stat(path, &info) != 0)
+        return IMG_CFG_NO_FILE;
+    FILE *file = fopen(path, "r");
+    if (file == nullptr)
+        return IMG_CFG_UNREADABLE;
+    char buffer[4096];
+    setvbuf(file, buffer, _IOFBF, sizeof buffer);
+    char line[kel::kLineSize];
+    while (kel::ReadLine(file, line) > 0) {
+        char *rest = line;
+        const char *key = NextWord(&rest, EndsKey);
+        if (key != nullptr && *key != '#')
+            Parse(record, key, NextWord(&rest, EndsValue), budget);
+    }
+    fclose(file);
+    return 0;
+}
+
+} // namespace
+
+int ImgCfgParse(ImgCfgStatus *record, const char *key, const char *value)
+{
+    LoadBudget budget;
+    return Parse(record, key, value, &budget);
+}
+
+int ImgCfgLoadFile(ImgCfgStatus *record, const char *path)
+{
+    LoadBudget budget;
+    return LoadFile(record, path, &budget);
+}
+
+int ImgCfgLoadDefault(ImgCfgStatus *record)
+{
+    return ImgCfgLoadFile(record, IMG_CFG_DEFAULT_FILE);
+}
+
+int ImgCfgReload(ImgCfgStatus *record)
+{
+    return ImgCfgLoadFile(record, IMG_CFG_SYSTEM_FILE);
+}
+
+int ImgCfgLoadSystem(ImgCfgStatus *record)
+{
+    ImgCfgReload(record);
+    gfDebugFlag = record->extDebug;
+    return ApplyIcrLedConfig(record);
+}
+
+int ImgCfgParseOptions(ImgCfgStatus *record, char *options)
+{
+    char *rest = options;
+    while (const char *key = NextWord(&rest, EndsOptionWord)) {
+        const char *value = NextWord(&rest, EndsOptionWord);
+        if (gfDebugFlag != 0)
+            printf("[kel_isp] pcOpt = %s\tval = %s\n", key, value != nullptr ? value : "");
+        if (ImgCfgParse(record, key, value) == kLoopBreakPosition)
+            return -1;
+    }
+    return 0;
+}
+
+// ---- Defaults and printout
+
+void ImgCfgDefault(ImgCfgStatus *record)
+{
+    *record = {};
+    record->lenType = 1;
+    record->icrType = 1;
+    for (auto &row : record->aeWindow) {
+        for (int32_t &cell : row)
+            cell = 1;
+    }
+    record->aecEn = 1;
+    record->agcEn = 1;
+    record->awbEn = 1;
+    record->manExposure = 3;
+    record->maxGain = 2;
+    record->wbR = 512;
+    record->deflicker = 60;
+    record->brightness = 128;
+    record->contrast = 128;
+    record->saturation = 128;
+    record->sharpness = 100;
+    record->nfMode = 1;
+    record->dnBw = 1;
+    record->dnIcr = 1;
+    record->extBlc = 4;
+    record->extDpc = 1;
+}
+
+namespace
+{
+
+struct PrintRow {
+    const char *label;
+    kel::ConfField field;
+};
+
+constexpr PrintRow kRowsBeforeWindow[] = {
+    {"SNR_TYPE\t", &ImgCfgStatus::snrType},
+    {"LEN_TYPE\t", &ImgCfgStatus::lenType},
+    {"ICR_TYPE\t", &ImgCfgStatus::icrType},
+    {"2A_AEC\t\t", &ImgCfgStatus::aecEn},
+    {"2A_AGC\t\t", &ImgCfgStatus::agcEn},
+    {"2A_AEL\t\t", &ImgCfgStatus::aelEn},
+    {"2A_AWB\t\t", &ImgCfgStatus::awbEn},
+    {"2A_MAX_EXPOSURE\t", &ImgCfgStatus::maxExposure},
+    {"2A_MAN_EXPOSURE\t", &ImgCfgStatus::manExposure},
+    {"2A_MAX_GAIN\t", &ImgCfgStatus::maxGain},
+    {"2A_MAN_GAIN\t", &ImgCfgStatus::manGain},
+    {"2A_LIMIT_INDEX\t", &ImgCfgStatus::limitIndex},
+    {"2A_LIMIT_UPPER\t", &ImgCfgStatus::limitUpper},
+    {"2A_LIMIT_LOWER\t", &ImgCfgStatus::limitLower},
+    {"2A_WB_SAVE\t", &ImgCfgStatus::wbSave},
+    {"2A_WB_R\t\t", &ImgCfgStatus::wbR},
+    {"2A_WB_B\t\t", &ImgCfgStatus::wbB},
+    {"2A_DEFLICKER\t", &ImgCfgStatus::deflicker},
+    {"IMG_BRIGHTNESS\t", &ImgCfgStatus::brightness},
+    {"IMG_CONTRAST\t", &ImgCfgStatus::contrast},
+    {"IMG_SATURATION\t", &ImgCfgStatus::saturation},
+    {"IMG_SHARPNESS\t", &ImgCfgStatus::sharpness},
+    {"IMG_NF_MODE\t", &ImgCfgStatus::nfMode},
+    {"IMG_NF_LEVEL\t", &ImgCfgStatus::nfLevel},
+    {"IMG_FLIP\t", &ImgCfgStatus::flip},
+    {"IMG_MIRROR\t", &ImgCfgStatus::mirror},
+    {"DN_MODE\t\t", &ImgCfgStatus::dnMode},
+    {"DN_BW\t\t", &ImgCfgStatus::dnBw},
+    {"DN_ICR\t\t", &ImgCfgStatus::dnIcr},
+    {"DN_FPS\t\t", &ImgCfgStatus::dnFps},
+    {"DN_DI\t\t", &ImgCfgStatus::dnDi},
+    {"DN_LS\t\t", &ImgCfgStatus::dnLs},
+    {"DN_LUM\t\t", &ImgCfgStatus::dnLum},
+    {"EXT_BLC\t\t", &ImgCfgStatus::extBlc},
+    {"EXT_WDR\t\t", &ImgCfgStatus::extWdr},
+    {"EXT_NF\t\t", &ImgCfgStatus::extNf},
+    {"EXT_LSC\t\t", &ImgCfgStatus::extLsc},
+    {"EXT_DPC\t\t", &ImgCfgStatus::extDpc},
+};
+
+constexpr PrintRow kRowsAfterWindow[] = {
+    {"EXT_RESET\t\t", &ImgCfgStatus::extReset},
+    {"EXT_DEBUG\t\t", &ImgCfgStatus::extDebug},
+};
+
+constexpr char kRule[] = "=======================================";
+
+template <size_t N>
+void PrintRows(const ImgCfgStatus *record, const PrintRow (&rows)[N])
+{
+    for (const PrintRow &row : rows)
+        printf("%s:\t%d\n", row.label, record->*row.field);
+}
+
+} // namespace
+
+void ImgCfgPrint(const ImgCfgStatus *record)
+{
+    puts(kRule);
+    PrintRows(record, kRowsBeforeWindow);
+    puts("EXT_AEWIN\t:");
+    for (const auto &row : record->aeWindow) {
+        for (const int32_t cell : row)
+            printf("%d", cell);
+        putchar('\n');
+    }
+    PrintRows(record, kRowsAfterWindow);
+    puts(kRule);
+}
+
+// ---- The day/night switch
+
+namespace
+{
+
+int SendConfig(int fd, KelGpioPin pin, uint32_t level)
+{
+    GioPinLevel request = {static_cast<uint32_t>(pin), level};
+    return ioctl(fd, GIO_CONFIG, &request);
+}
+
+bool SendDayNight(int fd, bool night)
+{
+    if (gfDebugFlag != 0)
+        puts(night ? "[kel_isp] Set ICR = IR_PASS" : "[kel_isp] Set ICR = IR_CUT");
+    if (SendConfig(fd, KEL_PIN_ICR, night ? 1 : 0) < 0)
+        return false;
+    if (gfDebugFlag != 0)
+        puts(night ? "[kel_isp] Set IR LEDs = ON" : "[kel_isp] Set IR LEDs = OFF");
+    if (SendConfig(fd, KEL_PIN_IR_LED, night ? 0 : 1) < 0)
+        return false;
+    return SendConfig(fd, KEL_PIN_SENSOR_RESET, 1) >= 0;
+}
+
+} // namespace
+
+int ApplyIcrLedConfig(const ImgCfgStatus *record)
+{
+    const int fd = open("/dev/gio", O_RDWR);
+    if (fd < 0) {
+        fputs("[kel_isp] ERROR: open device failed\n", stderr);
+        return KEL_GPIO_FAILED;
+    }
+    const bool sent = SendDayNight(fd, kel::IsNight(*record) && record->dnIcr == 1);
+    if (!sent)
+        fputs("[kel_isp] ERROR: ioctl failed\n", stderr);
+    close(fd);
+    return sent ? 0 : KEL_GPIO_FAILED;
+}

@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+//
+// Manual exposure and gains, and the limits within which the automatic exposure may move them.
+#include "isp/ispSensor.h"
+
+#include "isp/exposureRules.h"
+#include "isp/ispCXD3193AR.h"
+#include "isp/ispSensorStep.h"
+#include "platform/decimal.h"
+
+using kel::Clamp;
+using kel::FailSensorStep;
+
+namespace
+{
+
+constexpr double kMinGain = 1.0;
+constexpr double kMaxAgain = 7.953;
+constexpr double kMaxDgain = 31.875;
+constexpr double kMaxTotalGain = 253.501875; // 7.953 x 31.875
+
+constexpr int kMaxGainIndex = 7;
+
+constexpr uint32_t kMaxLongExpFrames = 127; // 7 bits
+constexpr uint32_t kMaxLines = 65535;       // 16 bits
+
+using Getter = int (*)(uint8_t *);
+using Setter = int (*)(const uint8_t *);
+using GainSetter = int (*)(double);
+
+double AgainOf(uint8_t code)
+{
+    return CXD3193AR_AgainTable_RegValue2Again(code);
+}
+
+double DgainOf(uint8_t code)
+{
+    return CXD3193AR_RegValue2Dgain(code);
+}
+
+/// Reads a gain register; `step` names the accessor in the report of `function`.
+double GetGain(Getter get, double (*convert)(uint8_t), const char *step,
+               const char *function = __builtin_FUNCTION())
+{
+    uint8_t code = 0;
+    const int status = get(&code);
+    return status < 0 ? FailSensorStep(step, status, function) : convert(code);
+}
+
+/// Writes an analog gain to its register.
+int PutAgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION())
+{
+    const int found = CXD3193AR_AgainTable_Again2RegValue(gain);
+    if (found < 0)
+        return FailSensorStep("CXD3193AR_AgainTable_Again2RegValue", found, function);
+    const auto code = static_cast<uint8_t>(found);
+    const int status = set(&code);
+    return status < 0 ? FailSensorStep(step, status, function) : 0;
+}
+
+/// Writes a digital gain to its register.
+int PutDgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION())
+{
+    const uint8_t code = CXD3193AR_Dgain2RegValue(gain);
+    const int status = set(&code);
+    return status < 0 ? FailSensorStep(step, status, function) : 0;
+}
+
+/// One half of a total gain: which setter takes it, and its name in a report.
+struct GainStep {
+    GainSetter set;
+    const char *name;
+};
+
+/// Splits a total gain: the analog gain as far as it goes, the digital gain for the rest.
+int SplitGain(double total, GainStep analog, GainStep digital, const char *function = __builtin_FUNCTION())
+{
+    const bool analogAlone = total <= kMaxAgain;
+    int status = analog.set(analogAlone ? total : kMaxAgain);
+    if (status < 0)
+        return FailSensorStep(analog.name, status, function);
+    status = digital.set(analogAlone ? kMinGain : total / kMaxAgain);
+    return status < 0 ? FailSensorStep(digital.name, status, function) : 0;
+}
+
+double TotalGainOfIndex(int index)
+{
+    return index < 0 || index > kMaxGainIndex ? 1.0 : static_cast<double>(2 << index);
+}
+
+/// What the two exposure registers hold.
+struct Exposure {
+    uint8_t frames;
+    uint16_t lines;
+};
+
+/// A long exposure: the nearest number of whole frames, less one, and the lines of all of them but the last
+/// line. Held at the longest exposure that both registers can express.
+Exposure LongExposure(double timeUs)
+{
+    const SensorInfo &info = gtSensorInfo;
+    const double frameLines = info.fullHeight;
+    const double frames =
+        (timeUs + info.offsetTimeUs + info.lineTimeUs) / (info.lineTimeUs * frameLines) - 1.0 + 0.5;
+    const auto height = static_cast<uint32_t>(info.fullHeight);
+    uint32_t maxFrames = kMaxLongExpFrames;
+    if (height != 0 && (kMaxLines + 1) / height <= maxFrames)
+        maxFrames = (kMaxLines + 1) / height - 1;
+    uint32_t count = kel::TruncateToUint32(frames);
+    if (count > maxFrames)
+        count = maxFrames;
+    return {static_cast<uint8_t>(count), static_cast<uint16_t>(height * (count + 1) - 1)};
+}
+
+Exposure ShortExposure(double timeUs)
+{
+    const uint32_t lines =
+        kel::TruncateToUint32((timeUs + gtSensorInfo.offsetTimeUs) / gtSensorInfo.lineTimeUs);
+    return {0, static_cast<uint16_t>(lines)};
+}
+
+} // namespace
+
+double GetMeExpTime(void)
+{
+    uint16_t lines = 0;
+    const int status = CXD3193AR_Get_MeExpTim(&lines);
+    return status < 0 ? FailSensorStep("CXD3193AR_Get_MeExpTim", status) : kel::LinesToUs(lines);
+}
+
+double GetMnlAgn(void)
+{
+    return GetGain(CXD3193AR_Get_MnlAgn, AgainOf, "CXD3193AR_Get_MnlAgn");
+}
+
+double GetMnlDgn(void)
+{
+    return GetGain(CXD3193AR_Get_MnlDgn, DgainOf, "CXD3193AR_Get_MnlDgn");
+}
+
+double GetMinAgn(void)
+{
+    return GetGain(CXD3193AR_Get_AeMinAgc, AgainOf, "CXD3193AR_Get_AeMinAgc");
+}
+
+double GetMaxAgn(void)
+{
+    return GetGain(CXD3193AR_Get_AeMaxAgc, AgainOf, "CXD3193AR_Get_AeMaxAgc");
+}
+
+double GetMaxDgn(void)
+{
+    return GetGain(CXD3193AR_Get_AeMaxDgn, DgainOf, "CXD3193AR_Get_AeMaxDgn");
+}
+
+int SetMeExpTime(double timeUs)
+{
+    const Exposure exposure = timeUs > KEL_LONG_EXPOSURE_US ? LongExposure(timeUs) : ShortExposure(timeUs);
+    int status = CXD3193AR_Set_LongExp(&exposure.frames);
+    if (status < 0)
+        return FailSensorStep("CXD3193AR_Set_LongExp", status);
+    status = CXD3193AR_Set_MeExpTim(&exposure.lines);
+    return status < 0 ? FailSensorStep("CXD3193AR_Set_MeExpTim", status) : 0;
+}
+
+int SetMnlAgn(double gain)
+{
+    return PutAgain(Clamp(gain, kMinGain, kMaxAgain), CXD3193AR_Set_MnlAgn, "CXD3193AR_Set_MnlAgn");
+}
+
+int SetMnlDgn(double gain)
+{
+    return PutDgain(Clamp(gain, kMinGain, kMaxDgain), CXD3193AR_Set_MnlDgn, "CXD3193AR_Set_MnlDgn");
+}
+
+int SetMaxAgn(double gain)
+{
+    return PutAgain(Clamp(gain, kMinGain, kMaxAgain), CXD3193AR_Set_AeMaxAgc, "CXD3193AR_Set_AeMaxAgc");
+}
+
+int SetMaxDgn(double gain)
+{
+    return PutDgain(Clamp(gain, kMinGain, kMaxDgain), CXD3193AR_Set_AeMaxDgn, "CXD3193AR_Set_AeMaxDgn");
+}
+
+int SetMinAgn(double gain)
+{
+    return PutAgain(gain, CXD3193AR_Set_AeMinAgc, "CXD3193AR_Set_AeMinAgc");
+}
+
+int SetMinAgain(double gain)
+{
+    const int status = SetMinAgn(Clamp(gain, kMinGain, kMaxAgain));
+    return status < 0 ? FailSensorStep("SetMinAgn", status) : 0;
+}
+
+int SetMaxGain(double totalGain)
+{
+    const double total = totalGain >= kMinGain ? Clamp(totalGain, kMinGain, kMaxTotalGain) : kMinGain;
+    return SplitGain(total, {SetMaxAgn, "SetMaxAgn"}, {SetMaxDgn, "SetMaxDgn"});
+}
+
+int SetManGain(double totalGain)
+{
+    if (!(totalGain >= kMinGain && totalGain <= kMaxTotalGain)) {
+        kel::ReportError("ispSensor", "[kel_isp] Gain < Min ||  Gain > Max.\n");
+        return KEL_SENSOR_REJECTED;
+    }
+    return SplitGain(totalGain, {SetMnlAgn, "SetMnlAgn"}, {SetMnlDgn, "SetMnlDgn"});
+}
+
+int SetMaxGainIndex(int index)
+{
+    return SetMaxGain(TotalGainOfIndex(index));
+}
+
+int SetManGainIndex(int index)
+{
+    return SetManGain(TotalGainOfIndex(index));
+}

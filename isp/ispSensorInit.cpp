@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: MIT
+//
+// Sensor information and initialisation, and the sensor's reset pulse.
+#include "isp/ispSensor.h"
+
+#include "board/debugFlags.h"
+#include "board/gpio.h"
+#include "board/pause.h"
+#include "isp/ispCXD3193AR.h"
+#include "isp/ispSensorStep.h"
+
+#include <stdio.h>
+#include <string.h>
+
+namespace
+{
+
+/// The timing of a sensor type; the fields are those of SensorInfo.
+struct Preset {
+    uint8_t cisType;
+    int32_t fullWidth, fullHeight;
+    int32_t validWidth, validHeight;
+    int32_t validStartX, validStartY;
+    uint32_t pixelClockHz;
+    double fps;        // pixelClockHz / (fullWidth x fullHeight)
+    double lineTimeUs; // fullWidth x 10^6 / pixelClockHz
+};
+
+constexpr Preset kPresets[] = {
+    {6, 1650, 1090, 1280, 1024, 78, 43, 54000000, 30.025020850708923, 30.555555555555557},
+    {7, 825, 552, 640, 512, 44, 25, 27000000, 59.28853754940712, 30.555555555555557},
+};
+
+constexpr double kOffsetTimeUs = 9.17; // the same for both types
+
+constexpr uint32_t kResetLowUs = 2000;
+constexpr uint32_t kResetSettleUs = 20000;
+
+/// The fields whose mirrors are loaded at start, in this order; the accessor stores the mirror.
+struct MirrorRead {
+    int (*get)(uint8_t *);
+    const char *name;
+};
+
+constexpr MirrorRead kMirrorReads[] = {
+    {CXD3193AR_Get_ExtPrstH, "CXD3193AR_Get_ExtPrstH"}, {CXD3193AR_Get_InfoOut, "CXD3193AR_Get_InfoOut"},
+    {CXD3193AR_Get_LongExp, "CXD3193AR_Get_LongExp"},   {CXD3193AR_Get_NrAutoH, "CXD3193AR_Get_NrAutoH"},
+    {CXD3193AR_Get_DyNgtOnH, "CXD3193AR_Get_DyNgtOnH"},
+};
+
+const Preset *FindPreset(uint8_t cisType)
+{
+    for (const Preset &preset : kPresets)
+        if (preset.cisType == cisType)
+            return &preset;
+    return nullptr;
+}
+
+void StorePreset(const Preset &preset)
+{
+    gtSensorInfo.fullWidth = preset.fullWidth;
+    gtSensorInfo.fullHeight = preset.fullHeight;
+    gtSensorInfo.validWidth = preset.validWidth;
+    gtSensorInfo.validHeight = preset.validHeight;
+    gtSensorInfo.validStartX = preset.validStartX;
+    gtSensorInfo.validStartY = preset.validStartY;
+    gtSensorInfo.fps = preset.fps;
+    gtSensorInfo.pixelClockHz = preset.pixelClockHz;
+    gtSensorInfo.lineTimeUs = preset.lineTimeUs;
+    gtSensorInfo.offsetTimeUs = kOffsetTimeUs;
+}
+
+void PrintSensorInfo()
+{
+    const SensorInfo &info = gtSensorInfo;
+    fprintf(stderr, "Full Width\t:\t%d\n", info.fullWidth);
+    fprintf(stderr, "Full Height\t:\t%d\n", info.fullHeight);
+    fprintf(stderr, "Valid Width\t:\t%d\n", info.validWidth);
+    fprintf(stderr, "Valid Height\t:\t%d\n", info.validHeight);
+    fprintf(stderr, "Valid Start X\t:\t%d\n", info.validStartX);
+    fprintf(stderr, "Valid Start Y\t:\t%d\n", info.validStartY);
+    fprintf(stderr, "Fps\t\t:\t%lf\n", info.fps);
+    fprintf(stderr, "Pixel Clock\t:\t%u Hz\n", info.pixelClockHz);
+    fprintf(stderr, "1H Time\t\t:\t%lf us\n", info.lineTimeUs);
+    fprintf(stderr, "Offset Time\t:\t%lf us\n", info.offsetTimeUs);
+    fprintf(stderr, "Ext GIO enable\t:\t%d\n", info.extGioEnable);
+    fprintf(stderr, "Output info\t:\t%d\n", info.infoOut);
+    fprintf(stderr, "Cis Type\t:\t%d\n", info.cisType);
+}
+
+} // namespace
+
+int SensorInit(void)
+{
+    memset(&gtSensorInfo, 0, sizeof gtSensorInfo);
+    uint8_t value = 0;
+    int status = CXD3193AR_Get_CisType(&value);
+    if (status < 0)
+        return kel::FailSensorStep("CXD3193AR_Get_CisType", status);
+    const Preset *preset = FindPreset(gtSensorInfo.cisType);
+    if (preset == nullptr) {
+        kel::ReportError("ispSensor", "[kel_isp] Sensor is not IMX076.\n");
+        return KEL_SENSOR_REJECTED;
+    }
+    StorePreset(*preset);
+    for (const MirrorRead &read : kMirrorReads) {
+        status = read.get(&value);
+        if (status < 0)
+            return kel::FailSensorStep(read.name, status);
+    }
+    if (gfDebugFlag != 0)
+        PrintSensorInfo();
+    return 0;
+}
+
+int ResetSensor(void)
+{
+    const int low = SetResetPin(0);
+    kel::PauseUs(kResetLowUs);
+    const int high = SetResetPin(1);
+    kel::PauseUs(kResetSettleUs);
+    return low < 0 ? low : high;
+}
