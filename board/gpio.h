@@ -34,11 +34,12 @@ typedef struct GioPinLevel {
 } GioPinLevel;
 
 /** Requests of the GPIO device: read/write encoding, type 'g', 8-byte argument. */
-#define GIO_SET_LEVEL 0xC0086708U  /**< 8: drive the pin to the level */
-#define GIO_WAIT_ALARM 0xC0086709U /**< 9: wait for the alarm input; fails while there is nothing to report  \
-                                    */
-#define GIO_ALARM_CTL 0xC008670AU  /**< 10: alarm input control; its meaning is the driver's */
-#define GIO_CONFIG 0xC008670BU     /**< 11: pin and level from the configuration (ApplyIcrLedConfig) */
+#define GIO_SET_LEVEL 0xC0086708U /**< 8: drive the pin to the level */
+#define GIO_WAIT_ALARM                                                                                       \
+    0xC0086709U                   /**< 9: wait for the alarm input; fails while there is nothing to report   \
+                                   */
+#define GIO_ALARM_CTL 0xC008670AU /**< 10: alarm input control; its meaning is the driver's */
+#define GIO_CONFIG 0xC008670BU    /**< 11: pin and level from the configuration (ApplyIcrLedConfig) */
 
 /**
  * Drives the sensor reset line.

@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: MIT
 #
-# Sourced by ./run and ./test: installs the Debian packages that are missing, by name.
+# Sourced by ./run and ./test: installs the Debian packages that are missing, by name, and builds a preset.
 
-# What building and running needs, and what the tests need on top.
-build_packages="g++ cmake ninja-build"
-test_packages="$build_packages libgtest-dev libgmock-dev libinih-dev libbenchmark-dev python3 mandoc gnuplot-nox
-    g++-arm-linux-gnueabi googletest qemu-user"
+# What building and running needs, what the tests need on top, and what the target's half of the tests needs.
+build_packages="g++ cmake ninja-build libgtest-dev libgmock-dev"
+test_packages="$build_packages libinih-dev libbenchmark-dev python3 mandoc gnuplot-nox"
+target_packages="g++-arm-linux-gnueabi googletest qemu-user"
 
 say() { printf '%s\n' "$*" >&2; }
 
@@ -15,10 +15,11 @@ as_root() {
 
 # install_missing PACKAGE...
 install_missing() {
+    installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null || true)
     missing=""
     for package in "$@"; do
-        case "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" in
-        installed) ;;
+        case "$installed" in
+        *"$package installed"*) ;;
         *) missing="$missing $package" ;;
         esac
     done
@@ -29,16 +30,16 @@ install_missing() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing >/dev/null
 }
 
-# build PRESET [CMAKE OPTION...]: configures when that was not done yet, and builds what changed.
+# build PRESET TARGET...: configures when that was not done yet, and builds what changed.
 build() {
     preset=$1
     shift
-    if [ ! -f "build/$preset/build.ninja" ] || [ $# -gt 0 ]; then
+    if [ ! -f "build/$preset/build.ninja" ]; then
         say "Configuring: $preset"
-        cmake --preset "$preset" "$@" >/dev/null
+        cmake --preset "$preset" >/dev/null
     fi
     say "Building: $preset"
-    cmake --build "build/$preset" >"build/$preset/build.log" || {
+    cmake --build "build/$preset" --target "$@" >"build/$preset/build.log" || {
         cat "build/$preset/build.log" >&2
         return 1
     }

@@ -29,7 +29,8 @@ constexpr double kMaxEv = 2.0;
 /// is the double nearest to the three-decimal number.
 constexpr double RoundToThousandths(int numerator, int denominator)
 {
-    return (numerator * 2000 + denominator) / (2 * denominator) / 1000.0;
+    const int thousandths = (numerator * 2000 + denominator) / (2 * denominator);
+    return thousandths / 1000.0;
 }
 
 /// Row `code` of the white-balance table: octave k, step m of 64: 2^(k - 1) x (64 + m) / 64.

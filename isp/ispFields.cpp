@@ -14,7 +14,6 @@ namespace
 
 enum class Setter : uint8_t { plain, rmw };
 
-// In the order of the bytes in SensorInfo.
 enum class Mirror : uint8_t { none, extGioEnable, infoOut, longExpFrames, cisType, nrAuto, dayNightOn };
 
 /// A row of the map; four bytes, so that an accessor hands it on in one register.
@@ -104,16 +103,13 @@ constexpr bool SpansAscend()
 }
 static_assert(SpansAscend(), "register map: words and blocks");
 
-constexpr bool MirrorIsAt(Mirror mirror, size_t offset)
-{
-    return offsetof(SensorInfo, extGioEnable) + static_cast<size_t>(mirror) - 1 == offset;
-}
-static_assert(MirrorIsAt(Mirror::extGioEnable, offsetof(SensorInfo, extGioEnable)));
-static_assert(MirrorIsAt(Mirror::infoOut, offsetof(SensorInfo, infoOut)));
-static_assert(MirrorIsAt(Mirror::longExpFrames, offsetof(SensorInfo, longExpFrames)));
-static_assert(MirrorIsAt(Mirror::cisType, offsetof(SensorInfo, cisType)));
-static_assert(MirrorIsAt(Mirror::nrAuto, offsetof(SensorInfo, nrAuto)));
-static_assert(MirrorIsAt(Mirror::dayNightOn, offsetof(SensorInfo, dayNightOn)));
+// The byte of the record that a mirror names, from the second mirror on.
+constexpr uint8_t SensorInfo::*const kMirrors[] = {
+    &SensorInfo::extGioEnable, &SensorInfo::infoOut, &SensorInfo::longExpFrames,
+    &SensorInfo::cisType,      &SensorInfo::nrAuto,  &SensorInfo::dayNightOn,
+};
+static_assert(kMirrors[static_cast<size_t>(Mirror::extGioEnable) - 1] == &SensorInfo::extGioEnable);
+static_assert(kMirrors[static_cast<size_t>(Mirror::dayNightOn) - 1] == &SensorInfo::dayNightOn);
 
 // ---- Bits kept by the accessors that move several registers
 // ------------------------------------------------------
@@ -171,7 +167,7 @@ void StoreMirror(Mirror mirror, uint8_t value)
 {
     if (mirror == Mirror::none)
         return;
-    (&gtSensorInfo.extGioEnable)[static_cast<size_t>(mirror) - 1] = value;
+    gtSensorInfo.*kMirrors[static_cast<size_t>(mirror) - 1] = value;
     if (mirror == Mirror::longExpFrames)
         HoldLongExpFrames();
 }
@@ -228,7 +224,8 @@ int GetWord(uint8_t reg, unsigned bits, uint16_t *value)
     const int status = CXD3193AR_Read(reg, content, 2);
     if (status < 0)
         return status;
-    *value = static_cast<uint16_t>((content[0] | content[1] << 8) & ((1U << bits) - 1));
+    const unsigned both = content[0] + content[1] * 256U;
+    *value = static_cast<uint16_t>(both & ((1U << bits) - 1));
     return 0;
 }
 

@@ -170,7 +170,7 @@ int AwaitReflect(const char *function)
     if (!watch.Start())
         Refuse("[kel_isp] Error: GetMsFromStart failed.\n", function);
     for (int polls = 0; polls < kReflectMaxPolls; ++polls) {
-        uint8_t reflect[kReflectRegs];
+        uint8_t reflect[kReflectRegs] = {};
         const int status = CXD3193AR_Read(kReflectFirstReg, reflect, kReflectRegs);
         if (status < 0)
             return status;
