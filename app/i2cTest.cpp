@@ -15,7 +15,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-constinit std::atomic<int32_t> giI2cTestThreald{0};
+constinit kel::AtomicWord giI2cTestThreald{0};
 
 namespace
 {
@@ -69,7 +69,7 @@ void TakeMs(int64_t *ms)
 
 bool StopRequested()
 {
-    if (giCamStatTerm != 1)
+    if (giCamStatTerm.Load() != 1)
         return false;
     printf("%s received SIGTERM!\n", "camStat"); // the same line for SIGINT
     return true;
@@ -140,7 +140,7 @@ void CaptureKernelLog(const char *stamp)
 
 void *I2cTestThread(void *)
 {
-    giI2cTestThreald = kRunning;
+    giI2cTestThreald.Store(kRunning);
     gdbSensorDgain = 1.0;
     Run run = {};
     RunShell(kClearKernelLog); // the capture at the end then holds this run's messages only
@@ -151,7 +151,7 @@ void *I2cTestThread(void *)
     GetTimeStamp(run.now); // the form for file names
     if (SaveResult(run, run.now))
         CaptureKernelLog(run.now);
-    giI2cTestThreald = kFinished;
+    giI2cTestThreald.Store(kFinished);
     return nullptr;
 }
 
@@ -165,7 +165,7 @@ void RunI2cTest()
         kel::ReportStep("camStat", "pthread_create", -1, "main");
         return;
     }
-    while (giI2cTestThreald != kFinished)
+    while (giI2cTestThreald.Load() != kFinished)
         kel::PauseUs(kWaitUs);
     fputs("=================  Finish I2C test. ================ \n", stderr);
 }

@@ -5,13 +5,12 @@
 #ifndef CAMSTAT_APP_I2C_TEST_H
 #define CAMSTAT_APP_I2C_TEST_H
 
-#include <atomic>
-#include <stdint.h>
+#include "platform/atomicWord.h"
 
 extern "C" {
 
 /// State of the test thread: 0 not started, 1 running, 2 finished.
-extern std::atomic<int32_t> giI2cTestThreald;
+extern kel::AtomicWord giI2cTestThreald;
 
 /// Body of the test thread; takes no argument and returns null. Publishes the finished state only after its
 /// last use of the camera link and the files.

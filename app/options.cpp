@@ -21,12 +21,7 @@ double gdbSensorAgain = 0.0;
 double gdbSensorDgain = 0.0;
 double gdbRgain = 1.0;
 double gdbBgain = 1.0;
-constinit std::atomic<int32_t> giCamStatTerm{0};
-
-// The signal handler stores to it: a plain word, loaded and stored by one instruction on every target. (ARMv5
-// has no compare-and-swap instruction, so std::atomic does not call itself lock-free there; it is not needed
-// here.)
-static_assert(sizeof(giCamStatTerm) == sizeof(int32_t));
+constinit kel::AtomicWord giCamStatTerm{0};
 
 namespace
 {
@@ -215,7 +210,7 @@ void SigHandler(int signalNumber)
                                           : write(STDOUT_FILENO, kTerm, sizeof kTerm - 1);
         static_cast<void>(written); // a debug line that cannot be written is nobody's loss
     }
-    giCamStatTerm = 1;
+    giCamStatTerm.Store(1);
 }
 
 namespace camStat

@@ -4,7 +4,8 @@
 #ifndef CAMSTAT_APP_OPTIONS_H
 #define CAMSTAT_APP_OPTIONS_H
 
-#include <atomic>
+#include "platform/atomicWord.h"
+
 #include <stdint.h>
 
 /// Action codes held in giOption.
@@ -30,7 +31,7 @@ extern double gdbSensorAgain; // manual analog gain as a factor
 extern double gdbSensorDgain; // manual digital gain as a factor
 extern double gdbRgain;       // white-balance gains as factors; 1.0 at start
 extern double gdbBgain;
-extern std::atomic<int32_t> giCamStatTerm; // set to 1 by SigHandler; ends the stress test
+extern kel::AtomicWord giCamStatTerm; // set to 1 by SigHandler; ends the stress test
 
 /// Prints the usage text on standard output.
 void Usage();
