@@ -5,14 +5,13 @@
 #include "isp/imgConfig.h"
 
 #include "board/debugFlags.h"
-#include "board/gpio.h"
+#include "board/gpioDevice.h"
+#include "isp/confText.h"
 #include "isp/imgConfigKeys.h"
-#include "isp/lineReader.h"
+#include "platform/decimal.h"
 
-#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -70,18 +69,16 @@ static_assert(kKeyList.position[kConfKeyCount - 3] == kLoopBreakPosition);
 
 // Whole keys, which is what files hold, are found through a hash without collisions; everything else by the
 // search that defines what a key is.
-constexpr size_t kHashSlots = 256;
-
-constexpr size_t Hash(const char *key, size_t length)
+constexpr uint8_t Hash(const char *key, size_t length)
 {
-    const auto at = [key](size_t index) {
-        return static_cast<size_t>(static_cast<unsigned char>(key[index]));
-    };
-    return (length * 29 + at(length - 1) * 3 + at(length / 2) * 17 + at(length - 2) * 5) % kHashSlots;
+    unsigned hash = 0;
+    for (size_t i = 0; i < length; ++i)
+        hash = hash * 3 + static_cast<unsigned char>(key[i]);
+    return static_cast<uint8_t>(hash);
 }
 
 struct HashIndex {
-    uint8_t row[kHashSlots] = {}; ///< row + 1; 0 where there is no key
+    uint8_t row[256] = {}; ///< row + 1; 0 where there is no key
     bool collides = false;
 };
 
@@ -100,10 +97,9 @@ constexpr HashIndex kHashIndex = MakeHashIndex();
 static_assert(!kHashIndex.collides);
 
 /// Row of a whole key, or -1.
-int FindWholeKey(const char *key, size_t length)
+int FindWholeKey(const char *key)
 {
-    if (length < 2)
-        return -1;
+    const size_t length = strlen(key);
     const int row = kHashIndex.row[Hash(key, length)] - 1;
     if (row < 0 || kKeyList.length[row] != length || memcmp(kConfKeys[row].name, key, length) != 0)
         return -1;
@@ -117,7 +113,7 @@ struct Found {
 
 Found FindKey(const char *key)
 {
-    const int whole = FindWholeKey(key, strlen(key));
+    const int whole = FindWholeKey(key);
     if (whole >= 0)
         return {whole, kKeyList.position[whole]};
     const char *occurrence = strstr(kKeyList.text, key);
@@ -133,27 +129,9 @@ Found FindKey(const char *key)
 
 // ---- Values
 
-bool IsBlank(char c)
+bool IsOne(const char *value)
 {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-/// strtol with base 10, but held to int32_t on every machine.
-int32_t ParseDecimal(const char *text)
-{
-    while (IsBlank(*text))
-        ++text;
-    const bool negative = *text == '-';
-    if (negative || *text == '+')
-        ++text;
-    const int64_t limit = negative ? -static_cast<int64_t>(INT32_MIN) : INT32_MAX;
-    int64_t magnitude = 0;
-    for (; *text >= '0' && *text <= '9'; ++text) {
-        magnitude = magnitude * 10 + (*text - '0');
-        if (magnitude > limit)
-            magnitude = limit;
-    }
-    return static_cast<int32_t>(negative ? -magnitude : magnitude);
+    return value != nullptr && kel::ParseDecimal(value) == 1;
 }
 
 void ParseWindow(ImgCfgStatus *record, const char *value)
@@ -196,11 +174,10 @@ void LoadNested(ImgCfgStatus *record, const char *path, LoadBudget *budget)
 
 void Act(ImgCfgStatus *record, const ConfKey &key, const char *value, LoadBudget *budget)
 {
-    const bool isOne = value != nullptr && ParseDecimal(value) == 1;
     switch (key.action) {
     case KeyAction::Number:
         if (value != nullptr)
-            record->*key.field = ParseDecimal(value);
+            record->*key.field = kel::ParseDecimal(value);
         break;
     case KeyAction::NotStored:
         break;
@@ -211,13 +188,13 @@ void Act(ImgCfgStatus *record, const ConfKey &key, const char *value, LoadBudget
     case KeyAction::LoadDefault:
         if (gfDebugFlag != 0)
             puts("[kel_isp] Reset default config ");
-        if (isOne)
+        if (IsOne(value))
             LoadNested(record, IMG_CFG_DEFAULT_FILE, budget);
         break;
     case KeyAction::LoadSystem:
         if (gfDebugFlag != 0)
             puts("[kel_isp] Reload config ");
-        if (isOne)
+        if (IsOne(value))
             LoadNested(record, IMG_CFG_SYSTEM_FILE, budget);
         break;
     case KeyAction::Echo:
@@ -241,39 +218,6 @@ int Parse(ImgCfgStatus *record, const char *key, const char *value, LoadBudget *
 
 // ---- Sources of settings
 
-/// Cuts the next word out of `*rest` in the manner of strtok_r: null when there is none.
-template <typename IsSeparator>
-char *NextWord(char **rest, IsSeparator isSeparator)
-{
-    char *word = *rest;
-    while (*word != '\0' && isSeparator(*word))
-        ++word;
-    char *end = word;
-    while (*end != '\0' && !isSeparator(*end))
-        ++end;
-    *rest = end;
-    if (*end != '\0') {
-        *end = '\0';
-        *rest = end + 1;
-    }
-    return end == word ? nullptr : word;
-}
-
-bool EndsValue(char c)
-{
-    return c == ' ' || c == '=' || c == '\r' || c == '\n';
-}
-
-bool EndsKey(char c)
-{
-    return EndsValue(c) || c == '\t';
-}
-
-bool EndsOptionWord(char c)
-{
-    return c == '=' || c == ',';
-}
-
 int LoadFile(ImgCfgStatus *record, const char *path, LoadBudget *budget)
 {
     struct stat info;
@@ -287,9 +231,9 @@ int LoadFile(ImgCfgStatus *record, const char *path, LoadBudget *budget)
     char line[kel::kLineSize];
     while (kel::ReadLine(file, line) > 0) {
         char *rest = line;
-        const char *key = NextWord(&rest, EndsKey);
+        const char *key = kel::NextWord(&rest, kel::EndsKey);
         if (key != nullptr && *key != '#')
-            Parse(record, key, NextWord(&rest, EndsValue), budget);
+            Parse(record, key, kel::NextWord(&rest, kel::EndsValue), budget);
     }
     fclose(file);
     return 0;
@@ -329,8 +273,8 @@ int ImgCfgLoadSystem(ImgCfgStatus *record)
 int ImgCfgParseOptions(ImgCfgStatus *record, char *options)
 {
     char *rest = options;
-    while (const char *key = NextWord(&rest, EndsOptionWord)) {
-        const char *value = NextWord(&rest, EndsOptionWord);
+    while (const char *key = kel::NextWord(&rest, kel::EndsOptionWord)) {
+        const char *value = kel::NextWord(&rest, kel::EndsOptionWord);
         if (gfDebugFlag != 0)
             printf("[kel_isp] pcOpt = %s\tval = %s\n", key, value != nullptr ? value : "");
         if (ImgCfgParse(record, key, value) == kLoopBreakPosition)
@@ -452,37 +396,29 @@ void ImgCfgPrint(const ImgCfgStatus *record)
 namespace
 {
 
-int SendConfig(int fd, KelGpioPin pin, uint32_t level)
-{
-    GioPinLevel request = {static_cast<uint32_t>(pin), level};
-    return ioctl(fd, GIO_CONFIG, &request);
-}
-
-bool SendDayNight(int fd, bool night)
+int SendDayNight(int fd, bool night)
 {
     if (gfDebugFlag != 0)
         puts(night ? "[kel_isp] Set ICR = IR_PASS" : "[kel_isp] Set ICR = IR_CUT");
-    if (SendConfig(fd, KEL_PIN_ICR, night ? 1 : 0) < 0)
-        return false;
+    int status = kel::RequestGpio(fd, GIO_CONFIG, KEL_PIN_ICR, night ? 1 : 0);
+    if (status != 0)
+        return status;
     if (gfDebugFlag != 0)
         puts(night ? "[kel_isp] Set IR LEDs = ON" : "[kel_isp] Set IR LEDs = OFF");
-    if (SendConfig(fd, KEL_PIN_IR_LED, night ? 0 : 1) < 0)
-        return false;
-    return SendConfig(fd, KEL_PIN_SENSOR_RESET, 1) >= 0;
+    status = kel::RequestGpio(fd, GIO_CONFIG, KEL_PIN_IR_LED, night ? 0 : 1);
+    if (status != 0)
+        return status;
+    return kel::RequestGpio(fd, GIO_CONFIG, KEL_PIN_SENSOR_RESET, 1);
 }
 
 } // namespace
 
 int ApplyIcrLedConfig(const ImgCfgStatus *record)
 {
-    const int fd = open("/dev/gio", O_RDWR);
-    if (fd < 0) {
-        fputs("[kel_isp] ERROR: open device failed\n", stderr);
+    const int fd = kel::OpenGpio();
+    if (fd < 0)
         return KEL_GPIO_FAILED;
-    }
-    const bool sent = SendDayNight(fd, kel::IsNight(*record) && record->dnIcr == 1);
-    if (!sent)
-        fputs("[kel_isp] ERROR: ioctl failed\n", stderr);
+    const int status = SendDayNight(fd, kel::IsNight(*record) && record->dnIcr == 1);
     close(fd);
-    return sent ? 0 : KEL_GPIO_FAILED;
+    return status;
 }

@@ -32,7 +32,7 @@ enum class KeyAction : uint8_t {
 struct ConfKey {
     const char *name;
     KeyAction action;
-    ConfField field = nullptr; ///< of a number
+    ConfField field = nullptr; ///< that the key names; null for keys without one and for the window
     int32_t low = INT32_MIN;   ///< numbers outside low to high act as one inside, or fail, in the applier
     int32_t high = INT32_MAX;
     int32_t step = 1; ///< and so do numbers between the steps
@@ -66,13 +66,13 @@ inline constexpr ConfKey kConfKeys[] = {
     {"IMG_NF_LEVEL", KeyAction::Number, &ImgCfgStatus::nfLevel, 0, 44},
     {"IMG_FLIP", KeyAction::Number, &ImgCfgStatus::flip, 0, 1},
     {"IMG_MIRROR", KeyAction::Number, &ImgCfgStatus::mirror, 0, 1},
-    {"DN_MODE", KeyAction::NotStored},
-    {"DN_BW", KeyAction::NotStored},
-    {"DN_ICR", KeyAction::NotStored},
+    {"DN_MODE", KeyAction::NotStored, &ImgCfgStatus::dnMode},
+    {"DN_BW", KeyAction::NotStored, &ImgCfgStatus::dnBw},
+    {"DN_ICR", KeyAction::NotStored, &ImgCfgStatus::dnIcr},
     {"DN_FPS", KeyAction::Number, &ImgCfgStatus::dnFps, 0, 5},
     {"TRIG", KeyAction::NotStored},
-    {"DN_LS", KeyAction::NotStored},
-    {"DN_LUM", KeyAction::NotStored},
+    {"DN_LS", KeyAction::NotStored, &ImgCfgStatus::dnLs},
+    {"DN_LUM", KeyAction::NotStored, &ImgCfgStatus::dnLum},
     {"EXT_BLC", KeyAction::Number, &ImgCfgStatus::extBlc, 0, 8},
     {"EXT_WDR", KeyAction::Number, &ImgCfgStatus::extWdr, 0, 3},
     {"EXT_NF", KeyAction::Number, &ImgCfgStatus::extNf},

@@ -73,7 +73,7 @@ class Stopwatch
         return started_;
     }
 
-    /// Takes the time; false when the clock could not be read or went backwards.
+    /// Takes the time; false when the clock could not be read.
     bool Take()
     {
         int64_t nowMs = 0;
@@ -84,7 +84,7 @@ class Stopwatch
             started_ = true;
         }
         elapsedMs_ = nowMs - startMs_;
-        return elapsedMs_ >= 0;
+        return true;
     }
 
     int64_t ElapsedMs() const { return elapsedMs_; }
@@ -177,7 +177,7 @@ int AwaitReflect(const char *function)
         if (!ReflectPending(reflect))
             return 0;
         kel::PauseUs(kReflectPollUs);
-        if (!watch.Take())
+        if (!watch.Take() || watch.ElapsedMs() < 0)
             Refuse("[kel_isp] Error: dwEnd < 0 || dwEnd < dwStart.\n", function);
         if (watch.ElapsedMs() > kReflectLimitMs)
             return Refuse("[kel_isp] Error: Read reflect registers timeout.\n", function);

@@ -3,7 +3,7 @@
 // The key=value store. It knows lines and keys; what the keys mean is the image configuration's business.
 #include "isp/sysconf.h"
 
-#include "isp/lineReader.h"
+#include "isp/confText.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -68,6 +68,10 @@ bool CopyOwnerAndMode(int from, int to)
     struct stat have;
     if (fstat(from, &wanted) != 0 || fstat(to, &have) != 0)
         return false;
+    if (!S_ISREG(have.st_mode)) {
+        errno = EEXIST; // somebody put a device or a pipe under the temporary name
+        return false;
+    }
     const bool otherOwner = wanted.st_uid != have.st_uid || wanted.st_gid != have.st_gid;
     if (otherOwner && fchown(to, wanted.st_uid, wanted.st_gid) != 0)
         return false;
@@ -114,13 +118,9 @@ bool WriteCopy(FILE *source, FILE *temp, const char *key, const char *value)
 /// the file system decides when the new name is on the medium; the content behind either name is whole.
 void SyncFolder(const char *path)
 {
-    char folder[SYSCONF_PATH_MAX + 1] = ".";
-    const char *slash = strrchr(path, '/');
-    if (slash != nullptr) {
-        const size_t length = slash == path ? 1 : static_cast<size_t>(slash - path);
-        memcpy(folder, path, length);
-        folder[length] = '\0';
-    }
+    char folder[SYSCONF_PATH_MAX + 1];
+    if (!kel::FolderOf(path, folder))
+        return;
     const int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
         return;

@@ -1,0 +1,502 @@
+// SPDX-License-Identifier: MIT
+//
+// Board and platform: GPIO requests, clocks and stamps, the contiguous-memory client, the chip-support
+// handles and the OS abstraction; each with the failures of its calls.
+#include "fakeBoard.h"
+
+#include "board/clock.h"
+#include "board/debugFlags.h"
+#include "board/gpio.h"
+#include "platform/cmem.h"
+#include "platform/csl.h"
+#include "platform/osa.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace
+{
+class BoardIo : public BoardTest
+{
+};
+
+TEST_F(BoardIo, PinOperations)
+{
+    const struct {
+        std::function<int()> call;
+        std::string request; ///< empty: refused without access
+    } cases[] = {
+        // clang-format off
+        {[] { return SetResetPin(0); }, "gio 8 91 0"}, {[] { return SetResetPin(1); }, "gio 8 91 1"},
+        {[] { return setIRL(0); }, "gio 8 0 0"}, {[] { return setIRL(1); }, "gio 8 0 1"},
+        {[] { return SetICR(0); }, "gio 8 35 0"}, {[] { return SetICR(1); }, "gio 8 35 1"},
+        {AlarmInCtl, "gio 10 86 0"}, {[] { return SetResetPin(2); }, ""}, {[] { return setIRL(2); }, ""},
+        {[] { return SetICR(UINT32_MAX); }, ""},
+        // clang-format on
+    };
+    for (const auto &c : cases) {
+        Printed printed = Capture([&] { EXPECT_EQ(c.call(), c.request.empty() ? KEL_GPIO_FAILED : 0); });
+        EXPECT_EQ(printed.out + printed.err, "");
+        EXPECT_EQ(board.Take(),
+                  c.request.empty() ? Lines() : Lines({"open /dev/gio", c.request, "close /dev/gio"}));
+        if (c.request.empty()) {
+            continue;
+        }
+        board.Fail("open", 1, ENOENT);
+        printed = Capture([&] { EXPECT_EQ(c.call(), KEL_GPIO_FAILED); });
+        EXPECT_EQ(printed.err, "[kel_isp] ERROR: open device failed\n");
+        EXPECT_EQ(board.Take(), Lines({"open /dev/gio"}));
+        board.Fail("gio", 1);
+        printed = Capture([&] { EXPECT_EQ(c.call(), KEL_GPIO_FAILED); });
+        EXPECT_EQ(printed.err, "[kel_isp] ERROR: ioctl failed\n");
+        EXPECT_EQ(board.Take(), Lines({"open /dev/gio", c.request, "close /dev/gio"}));
+    }
+}
+
+TEST_F(BoardIo, AlarmIsAwaitedOnceASecond)
+{
+    board.alarmResult = 3;
+    for (const int debug : {0, 1}) {
+        board.Fail("gio", 1, EAGAIN, 2);
+        gfDebugFlag = debug;
+        const Printed printed = Capture([] { EXPECT_EQ(WaitAlarmIn(), 3); });
+        gfDebugFlag = 0;
+        EXPECT_EQ(printed.out, debug != 0 ? "listening alarm in... (press CTRL-C to stop)\n" : "");
+        EXPECT_EQ(printed.err, "");
+        EXPECT_EQ(board.Take(), Lines({"open /dev/gio", "gio 9 86 0", "sleep 1000000", "gio 9 86 0",
+                                       "sleep 1000000", "gio 9 86 0", "close /dev/gio"}));
+    }
+    board.Fail("open", 1, ENOENT);
+    const Printed printed = Capture([] { EXPECT_EQ(WaitAlarmIn(), KEL_GPIO_FAILED); });
+    EXPECT_EQ(printed.out + printed.err, "[kel_isp] ERROR: open device failed\n");
+}
+
+TEST_F(BoardIo, Clocks)
+{
+    int64_t ms = -7;
+    board.traceClock = true;
+    board.nowNs = 5000000LL * 1000000000LL + 1999999; // past 32 bits of milliseconds
+    EXPECT_EQ(GetMsFromStart(&ms), 0);
+    EXPECT_EQ(ms, 5000000001LL);
+    EXPECT_EQ(board.Take(), Lines({"clock 1"}));
+    board.Fail("clock", 1);
+    EXPECT_EQ(Capture([&] { EXPECT_EQ(GetMsFromStart(&ms), -1); }).out, "clock_gettime failed.\n");
+    EXPECT_EQ(ms, 5000000001LL);
+
+    board.nowNs = FakeBoard::startNs;
+    board.wallSec = 1741338303; // 7 March 2025, 09:05:03
+    char stamp[KEL_STAMP_SIZE + 1];
+    const struct {
+        int (*call)(char *);
+        std::string text;
+    } stamps[] = {{GetTimeStamp, "20250307090503"}, {GetDateTime, "2025/03/07 09:05:03"}};
+    for (const auto &s : stamps) {
+        memset(stamp, 'x', sizeof stamp);
+        EXPECT_EQ(s.call(stamp), 0);
+        EXPECT_EQ(stamp, s.text);
+        EXPECT_EQ(std::string(stamp + s.text.size(), stamp + sizeof stamp),
+                  std::string(KEL_STAMP_SIZE - s.text.size(), '\0') + "x");
+    }
+    setenv("TZ", "XYZ-2:30", 1); // local time, not UTC
+    EXPECT_EQ(GetTimeStamp(stamp), 0);
+    EXPECT_STREQ(stamp, "20250307113503");
+    setenv("TZ", "UTC", 1);
+}
+
+TEST_F(BoardIo, RealTimeClockDriver)
+{
+    const std::string rtc = "/proc/driver/rtc";
+    const struct {
+        const char *content;
+        int status;
+        std::string logged;
+    } cases[] = {
+        {nullptr, -1, "Open"}, {"", -1, "Read"},    {"rtc_time\t: 09:05:03\n", 0, ""},
+        {"rtc_time", 0, ""},   {"rtc_tim", -1, ""}, {" rtc_time", -1, ""},
+        {"RTC_TIME", -1, ""},
+    };
+    for (const auto &c : cases) {
+        if (c.content != nullptr) {
+            std::ofstream(board.RealPath(rtc)) << c.content << std::string(c.status == 0 ? 300 : 0, '.');
+        }
+        EXPECT_EQ(CheckRtc(), c.status) << c.content;
+        Lines lines = board.Take();
+        std::erase_if(lines, [](const std::string &line) { return line.find("log") == std::string::npos; });
+        EXPECT_EQ(lines, c.logged.empty()
+                             ? Lines()
+                             : Lines({"openlog camStat 33 8", "syslog 3 " + c.logged + " " + rtc + " failed",
+                                      "closelog"}));
+    }
+}
+
+TEST_F(BoardIo, HexDumps)
+{
+    uint8_t bytes[17];
+    for (unsigned i = 0; i < sizeof bytes; ++i) {
+        bytes[i] = static_cast<uint8_t>(i * 15 + 0xA);
+    }
+    const std::string row = "\n0A 19 28 37 46 55 64 73 82 91 A0 AF BE CD DC EB ";
+    const struct {
+        int count;
+        std::string text;
+    } cases[] = {{17, "(17): " + row + "\nFA \n"},
+                 {16, "(16): " + row + "\n"},
+                 {1, "(1): \n0A \n"},
+                 {0, "(0): \n"},
+                 {-2, "(-2): \n"}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(Capture([&] { HexDump(bytes, c.count); }).out, c.text);
+    }
+}
+
+const char notInitialised[] =
+    "CMEM Error: CMEM_init() not called, you must initialize CMEM before making API calls.\n";
+const char openFailed[] =
+    "CMEM Error: CMEM file descriptor -1 (failed 'open()'), ensure CMEMK kernel module cmemk.ko has "
+    "been installed with 'insmod'";
+const char closed[] =
+    "CMEM Error: CMEM_exit() already called, check stderr output for earlier CMEM failure messages "
+    "(possibly version mismatch).\n";
+
+// The first test of this program that touches the client: it begins as it does in a new process.
+TEST_F(BoardIo, ContiguousMemoryStates)
+{
+    const Lines opening = {"open /dev/cmem", "cmem 8", "fcntl getfd", "fcntl 2 1"};
+    const auto expect = [&](int (*call)(), int status, const std::string &err, const Lines &lines) {
+        EXPECT_EQ(Capture([&] { EXPECT_EQ(call(), status) << err; }).err, err);
+        EXPECT_EQ(board.Take(), lines) << err;
+    };
+    const auto everything = [&](const std::string &err) {
+        unsigned long first = 7, second = 7;
+        CmemAllocParams heap = {0x400, 0, 0};
+        EXPECT_EQ(Capture([&] {
+                      EXPECT_EQ(CMEM_exit(), -1);
+                      EXPECT_EQ(CMEM_getVersion(), -1);
+                      EXPECT_EQ(CMEM_getBlock(0, &first, &second), -1);
+                      EXPECT_EQ(CMEM_getPool(0, 4096), -1);
+                      EXPECT_EQ(CMEM_getPoolBlock0(4096), -1);
+                      EXPECT_EQ(CMEM_alloc(0, 4096, &heap), nullptr);
+                      EXPECT_EQ(CMEM_getPhys(&first), 0UL);
+                      EXPECT_EQ(CMEM_cacheWb(&first, 1), -1);
+                      EXPECT_EQ(CMEM_cacheInv(&first, 1), -1);
+                      EXPECT_EQ(CMEM_cacheWbInv(&first, 1), -1);
+                  }).err,
+                  [&] {
+                      std::string all;
+                      for (int i = 0; i < 10; ++i) {
+                          all += err;
+                      }
+                      return all;
+                  }());
+        EXPECT_EQ(first * 10 + second, 77U);
+        EXPECT_EQ(board.Take(), Lines()) << "no access in this state";
+    };
+    everything(notInitialised);
+    expect(CMEM_init, 0, "", opening);
+    expect(CMEM_init, 0, "", {});
+    expect(CMEM_exit, 0, "", {});
+    expect(CMEM_exit, 0, "", {"close /dev/cmem"});
+    everything(closed);
+
+    board.Fail("open", 1, ENOENT);
+    expect(CMEM_init, -1, "CMEM Error: init: Failed to open /dev/cmem: 'No such file or directory'\n",
+           {"open /dev/cmem"});
+    everything(openFailed);
+
+    const std::string mismatch = "CMEM Error: init: major version mismatch between interface and driver.\n"
+                                 "CMEM Error:     needs driver version 0x2300000, got ";
+    board.cmemOut[8] = {0x02200000};
+    expect(CMEM_init, -1, mismatch + "0x2200000\n", {"open /dev/cmem", "cmem 8", "close /dev/cmem"});
+    everything(closed);
+    board.cmemOut[8] = {0x0230FFFF};
+    board.Fail("cmem 8", 1, EINVAL, 1, -2);
+    expect(CMEM_init, -1,
+           "CMEM Error: getVersion: Failed to retrieve version from driver: -2.\n" + mismatch +
+               "0xffffffff\n",
+           {"open /dev/cmem", "cmem 8", "close /dev/cmem"});
+    board.Fail("fcntl getfd", 1, EBADF);
+    expect(CMEM_init, 0, "CMEM Error: init: fcntl(F_GETFD) failed: 'Bad file descriptor'\n",
+           {"open /dev/cmem", "cmem 8", "fcntl getfd"});
+    board.Fail("close", 1, EIO);
+    expect(CMEM_exit, -1, "", {"close /dev/cmem"});
+    expect(CMEM_exit, -1, closed, {});
+    expect(CMEM_init, 0, "", opening);
+    expect(CMEM_exit, 0, "", {"close /dev/cmem"});
+}
+
+TEST_F(BoardIo, ContiguousMemoryRequests)
+{
+    ASSERT_EQ(CMEM_init(), 0);
+    board.Take();
+    board.cmemOut[1] = board.cmemOut[0x201] = {0x86000000, 0x2000};
+    board.cmemOut[2] = board.cmemOut[0x202] = {0x87000000};
+    board.cmemOut[4] = {0x86001230};
+    board.cmemOut[6] = {3};
+    board.cmemOut[9] = {0x85000000, 0x86FFFFFF};
+    board.cmemOut[10] = {0x3000};
+    const CmemAllocParams cached = {0, 0x200, 0}, heap = {0x400, 0, 0}, heapCached = {0x400, 0x200, 64};
+    void *const address = reinterpret_cast<void *>(uintptr_t{0x40001000});
+    static unsigned long bounds[2];
+    const auto asLong = [](void *pointer) { return pointer != nullptr ? 1L : 0L; };
+    const struct {
+        std::function<long()> call;
+        const char *fails; ///< the call that is made to fail with -2; null: none
+        long result;
+        Lines lines;
+        std::string err = "";
+        int failure = -1;
+    } cases[] = {
+        // clang-format off
+        {[] { return CMEM_getVersion(); }, nullptr, 0x02300105, {"cmem 8"}},
+        {[] { return CMEM_getBlock(1, &bounds[0], &bounds[1]); }, nullptr, 0, {"cmem 9 1"}},
+        {[] { return CMEM_getBlock(1, &bounds[0], &bounds[1]); }, "cmem 9", -1, {"cmem 9 1"},
+         "CMEM Error: getBlock: Failed to retrieve memory block bounds for block 1 from driver: -2.\n", -2},
+        {[] { return CMEM_getPool(2, 0x1000); }, nullptr, 3, {"cmem 6 1000 2"}},
+        {[] { return CMEM_getPoolBlock0(5); }, "cmem 6", -1, {"cmem 6 5 0"},
+         "CMEM Error: getPool: Failed to get a pool fitting a size 5\n"},
+        {[&] { return asLong(CMEM_allocPool(1, 4, nullptr)); }, nullptr, 1, {"cmem 1 4 1",
+         "mmap /dev/cmem 2000 86000000"}},
+        {[&] { return asLong(CMEM_allocPool(1, 4, &cached)); }, "cmem 201", 0, {"cmem 201 4 1"},
+         "CMEM Error: allocPool: ioctl CMEM_IOCALLOCCACHED failed from pool 4: -2\n", -2},
+        {[&] { return asLong(CMEM_allocPool(1, 4, nullptr)); }, "cmem 1 ", 0, {"cmem 1 4 1"},
+         "CMEM Error: allocPool: ioctl CMEM_IOCALLOC failed from pool 4: -1\n"},
+        {[&] { return asLong(CMEM_allocPool(1, 4, nullptr)); }, "mmap", 0, {"cmem 1 4 1",
+         "mmap /dev/cmem 2000 86000000", "cmem 1003 86000000"},
+         "CMEM Error: allocPool: Failed to mmap buffer at physical address 0x86000000\n"
+         "CMEM Error:     Freeing phys buffer 0x86000000\n"},
+        {[&] { return asLong(CMEM_alloc(1, 0x1800, nullptr)); }, nullptr, 1, {"cmem 6 1800 1", "cmem 1 3 1",
+         "mmap /dev/cmem 2000 86000000"}},
+        {[&] { return asLong(CMEM_alloc(1, 0x1800, &cached)); }, "cmem 6", 0, {"cmem 6 1800 1"},
+         "CMEM Error: getPool: Failed to get a pool fitting a size 6144\n"},
+        {[&] { return asLong(CMEM_alloc(1, 0x1800, &heap)); }, nullptr, 1, {"cmem 2 1800 1 1",
+         "mmap /dev/cmem 1800 87000000"}},
+        {[&] { return asLong(CMEM_alloc(0, 0x1800, &heapCached)); }, nullptr, 1, {"cmem 202 1800 40 0",
+         "mmap /dev/cmem 1800 87000000"}},
+        {[&] { return asLong(CMEM_alloc(0, 0x1800, &heapCached)); }, "cmem 202", 0, {"cmem 202 1800 40 0"},
+         "CMEM Error: allocHeap: ioctl CMEM_IOCALLOCHEAPCACHED failed: -1\n"},
+        {[&] { return asLong(CMEM_alloc(0, 0x1800, &heap)); }, "cmem 2", 0, {"cmem 2 1800 1 0"},
+         "CMEM Error: allocHeap: ioctl CMEM_IOCALLOCHEAP failed: -2\n", -2},
+        {[&] { return asLong(CMEM_alloc(0, 0x1800, &heap)); }, "mmap", 0, {"cmem 2 1800 1 0",
+         "mmap /dev/cmem 1800 87000000", "cmem 1403 87000000"},
+         "CMEM Error: allocHeap: Failed to mmap buffer at physical address 0x87000000\n"
+         "CMEM Error:     Freeing phys buffer 0x87000000\n"},
+        {[&] { return asLong(CMEM_registerAlloc(0x86002000)); }, nullptr, 1, {"cmem a 86002000",
+         "mmap /dev/cmem 3000 86002000"}},
+        {[&] { return asLong(CMEM_registerAlloc(0x86002000)); }, "cmem a", 0, {"cmem a 86002000"},
+         "CMEM Error: registerAlloc: ioctl CMEM_IOCREGUSER failed for phys addr 0x86002000: -1\n"},
+        {[&] { return asLong(CMEM_registerAlloc(0x86002000)); }, "mmap", 0, {"cmem a 86002000",
+         "mmap /dev/cmem 3000 86002000", "cmem 1003 86002000"},
+         "CMEM Error: registerAlloc: Failed to mmap buffer at physical address 0x86002000\n"
+         "CMEM Error:     Unregistering use of phys buffer 0x86002000\n"},
+        {[&] { return static_cast<long>(CMEM_getPhys(address)); }, nullptr, static_cast<long>(0x86001230UL),
+         {"cmem 4 40001000"}},
+        {[&] { return static_cast<long>(CMEM_getPhys(address)); }, "cmem 4", 0, {"cmem 4 40001000"},
+         "CMEM Error: getPhys: Failed to get physical address of 0x40001000\n"},
+        {[&] { return CMEM_cacheWb(address, 0x20); }, nullptr, 0, {"cmem 107 40001000 20"}},
+        {[&] { return CMEM_cacheInv(address, 0x20); }, nullptr, 0, {"cmem 207 40001000 20"}},
+        {[&] { return CMEM_cacheWbInv(address, 0x20); }, nullptr, 0, {"cmem 307 40001000 20"}},
+        {[&] { return CMEM_cacheWb(address, 0x20); }, "cmem 107", -1, {"cmem 107 40001000 20"},
+         "CMEM Error: cacheWb: Failed to writeback 0x40001000\n"},
+        {[&] { return CMEM_cacheInv(address, 0x20); }, "cmem 207", -1, {"cmem 207 40001000 20"},
+         "CMEM Error: cacheInv: Failed to invalidate 0x40001000\n"},
+        {[&] { return CMEM_cacheWbInv(address, 0x20); }, "cmem 307", -1, {"cmem 307 40001000 20"},
+         "CMEM Error: cacheWbInv: Failed to writeback & invalidate 0x40001000\n"},
+        // clang-format on
+    };
+    for (const auto &c : cases) {
+        if (c.fails != nullptr) {
+            board.Fail(c.fails, 1, EINVAL, 1, c.failure);
+        }
+        const Printed printed = Capture([&] { EXPECT_EQ(c.call(), c.result) << c.lines[0]; });
+        EXPECT_EQ(printed.err, c.err) << c.lines[0];
+        EXPECT_EQ(board.Take(), c.lines);
+        while (!board.maps.empty()) {
+            munmap(board.maps.begin()->first, board.maps.begin()->second);
+        }
+        board.Take();
+    }
+    EXPECT_EQ(bounds[0], 0x85000000UL);
+    EXPECT_EQ(bounds[1], 0x86FFFFFFUL);
+
+    char text[64];
+    for (const bool fromHeap : {false, true}) {
+        void *const buffer = CMEM_allocPool(0, 0, nullptr);
+        const auto low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(buffer));
+        snprintf(text, sizeof text, "%x", low);
+        const std::string hex = text, request = fromHeap ? "cmem 403 " : "cmem 3 ";
+        const CmemAllocParams *const params = fromHeap ? &heap : nullptr;
+        board.cmemOut[3] = board.cmemOut[0x403] = {low, 0x2000};
+        board.Take();
+        const Lines freed = {"cmem 207 " + hex + " 8", request + hex, "munmap 2000"};
+        for (const char *fails : {"cmem 207", request.c_str(), "munmap"}) {
+            const bool unmapping = fails[0] == 'm', invalidating = fails[5] == '2';
+            board.Fail(fails, 1, EINVAL);
+            snprintf(text, sizeof text, "%p", buffer);
+            const std::string err =
+                Capture([&] { EXPECT_EQ(CMEM_free(buffer, params), invalidating ? 0 : -1); }).err;
+            EXPECT_EQ(err, invalidating
+                               ? "CMEM Error: cacheInv: Failed to invalidate 0x" + hex +
+                                     "\nCMEM Error: free: failed to cache-invalidate buffer header @ " +
+                                     text + "\n"
+                           : unmapping ? "CMEM Error: free: failed to munmap 0x" + hex + "\n"
+                                       : "CMEM Error: free: failed to free 0x" + hex + "\n");
+            Lines lines = freed;
+            lines.resize(invalidating || unmapping ? 3 : 2);
+            EXPECT_EQ(board.Take(), lines);
+            if (invalidating) { // it went on and freed the buffer
+                board.maps[mmap(buffer, 0x2000, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0)] =
+                    0x2000;
+            }
+        }
+        EXPECT_EQ(CMEM_free(buffer, params), 0);
+        EXPECT_EQ(board.Take(), freed);
+    }
+    EXPECT_EQ(CMEM_exit(), 0);
+}
+
+const char *const cslNodes[] = {"/dev/csl1", "/dev/csl2", "/dev/csl3", "/dev/csl4", "/dev/csl5",
+                                "/dev/csl6", "/dev/csl7", "/dev/csl8", "/dev/csl9"};
+
+std::vector<int> CslDescriptors()
+{
+    return {gCSL_vpssHndl.fd, gCSL_rszHndl.fd, gCSL_ipipeHndl.fd,      gCSL_ccdcHndl.fd, gCSL_ipipeifHndl.fd,
+            gCSL_h3aHndl.fd,  gCSL_ldcHndl.fd, gCSL_faceDetectHndl.fd, gCSL_gpioHndl.fd};
+}
+
+TEST_F(BoardIo, ChipSupportHandles)
+{
+    Lines opening = {cslNodes[0], "mmap /dev/csl1 10000 1c70000"};
+    opening.insert(opening.end(), cslNodes + 1, std::end(cslNodes));
+    Lines closing = {"munmap 10000", "close /dev/csl1"};
+    for (size_t i = 0; i < opening.size(); ++i) {
+        opening[i] = i == 1 ? opening[i] : "open " + opening[i];
+    }
+    for (int i = 1; i < 9; ++i) {
+        closing.insert(closing.begin(), std::string("close ") + cslNodes[i]);
+    }
+    memset(&gCSL_vpssHndl, 0xEE, sizeof gCSL_vpssHndl);
+    EXPECT_EQ(CSL_sysInit(), 0);
+    EXPECT_EQ(board.Take(), opening);
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(board.open.at(CslDescriptors()[static_cast<size_t>(i)]), cslNodes[i]);
+    }
+    EXPECT_EQ(gCSL_vpssHndl.length, 0x10000U);
+    EXPECT_EQ(gCSL_vpssHndl.physBase, 0x01C70000U);
+    const unsigned offsets[] = {0x200, 0, 0x1000, 0x800, 0x1200, 0x400, 0x1400, 0x1600, 0x1800};
+    const auto at = [](unsigned offset) {
+        return reinterpret_cast<volatile uint32_t *>(gCSL_vpssHndl.base + offset);
+    };
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(gCSL_vpssHndl.regs[i], at(offsets[i]));
+    }
+    EXPECT_EQ(board.maps.count(gCSL_vpssHndl.base), 1U);
+    EXPECT_EQ(gCSL_rszHndl.regs, at(0x400));
+    EXPECT_EQ(gCSL_ipipeifHndl.regs, at(0x1200));
+    EXPECT_EQ(csl_h3aRegs, at(0x1400));
+    const std::vector<int> before = CslDescriptors();
+    EXPECT_EQ(CSL_sysExit(), 0);
+    EXPECT_EQ(board.Take(), closing);
+    EXPECT_EQ(CslDescriptors(), before) << "the handles keep their values";
+
+    for (size_t missing = 0; missing < 9; ++missing) {
+        board.Fail(std::string("open ") + cslNodes[missing], 1, ENOENT);
+        EXPECT_EQ(CSL_sysInit(), -1);
+        EXPECT_EQ(CslDescriptors()[missing], -1);
+        EXPECT_EQ(board.open.size(), 8U);
+        EXPECT_EQ(CSL_sysExit(), -1);
+        EXPECT_TRUE(board.open.empty());
+    }
+    board.Fail("mmap", 1, ENOMEM);
+    EXPECT_EQ(CSL_sysInit(), -1);
+    EXPECT_EQ(board.open.size(), 9U);
+    EXPECT_EQ(gCSL_vpssHndl.base, nullptr);
+    EXPECT_EQ(gCSL_vpssHndl.regs[8], nullptr);
+    CSL_sysExit();
+    for (const std::string &line : closing) {
+        ASSERT_EQ(CSL_sysInit(), 0);
+        board.Take();
+        board.Fail(line, 1, EIO);
+        EXPECT_EQ(CSL_sysExit(), -1) << line;
+        EXPECT_EQ(board.Take(), closing) << "each close is attempted";
+        while (!board.maps.empty()) {
+            munmap(board.maps.begin()->first, board.maps.begin()->second);
+        }
+    }
+}
+
+TEST_F(BoardIo, ChipSupportRequests)
+{
+    EXPECT_EQ(CSL_devOpen(10), -1);
+    EXPECT_EQ(CSL_devOpen(UINT32_MAX), -1);
+    EXPECT_TRUE(board.lines.empty());
+    const int fd = CSL_devOpen(0);
+    EXPECT_EQ(board.open.at(fd), "/dev/csl0");
+    close(fd);
+
+    const CSL_RegsHndl handle = {nullptr, board.Attach("/dev/csl2")};
+    int data = 0;
+    char pointer[32];
+    snprintf(pointer, sizeof pointer, "%p", static_cast<void *>(&data));
+    board.Take();
+    board.Fail("csl2", 3, EINVAL, 1, -5);
+    EXPECT_EQ(CSL_devRequest20(&handle, 0xABCD, &data), 0);
+    EXPECT_EQ(CSL_devRequest17(&handle, 7, &data, 3), 0);
+    EXPECT_EQ(CSL_devRequest20(&handle, 1, &data), -5);
+    const Lines sent = {std::string("csl2 cc14 abcd ") + pointer,
+                        std::string("csl2 cc11 7 ") + pointer + " 3", std::string("csl2 cc14 1 ") + pointer};
+    EXPECT_EQ(board.Take(), sent);
+    EXPECT_EQ(CSL_devRequest20(&handle, 1, nullptr), -1);
+    EXPECT_EQ(CSL_devRequest17(&handle, 1, nullptr, 3), -1);
+    EXPECT_EQ(CSL_devRequest17(&handle, 1, &data, 0), -1);
+    EXPECT_TRUE(board.lines.empty());
+    close(handle.fd);
+}
+
+int lastSignal = 0;
+
+TEST_F(BoardIo, OsAbstraction)
+{
+    EXPECT_EQ(OSA_init(), 0);
+    EXPECT_EQ(OSA_mutexLock(&gOSA_printfLock), 0);
+    EXPECT_EQ(pthread_mutex_trylock(&gOSA_printfLock), EBUSY);
+    EXPECT_EQ(OSA_mutexUnlock(&gOSA_printfLock), 0);
+    board.Fail("mutex_init", 1, 0, 1, ENOMEM);
+    EXPECT_EQ(Locate(Capture([] { EXPECT_EQ(OSA_init(), ENOMEM); }).err),
+              "@osa_mutex|OSA_mutexCreate: OSA_mutexCreate() = 12 \r\n@osa|OSA_init: OSA_mutexCreate()\n");
+    pthread_mutex_t mutex;
+    EXPECT_EQ(OSA_mutexCreate(&mutex), 0);
+    EXPECT_EQ(OSA_mutexDelete(&mutex), 0);
+
+    char name[256] = "x", real[256] = "";
+    gethostname(real, sizeof real);
+    EXPECT_EQ(OSA_getHostName(name, sizeof name), 0);
+    EXPECT_STREQ(name, real);
+    board.Fail("gethostname", 1);
+    EXPECT_EQ(OSA_getHostName(name, sizeof name), -1);
+    EXPECT_STREQ(name, "");
+    strcpy(name, "untouched");
+    EXPECT_EQ(OSA_getHostName(name, 0), -1);
+    EXPECT_STREQ(name, "untouched");
+
+    board.wallSec = 4294967; // 2^32 ms and a little
+    board.nowNs = FakeBoard::startNs + 999 * 1000000LL + 999999;
+    EXPECT_EQ(OSA_getTimeMs(), 4294967999U - 4294967296U);
+    board.Fail("gettimeofday", 1);
+    EXPECT_EQ(OSA_getTimeMs(), 0U);
+
+    EXPECT_EQ(OSA_setSignalHandler(SIGUSR1, [](int number) { lastSignal = number; }), 0);
+    struct sigaction action = {};
+    sigaction(SIGUSR1, nullptr, &action);
+    EXPECT_EQ(action.sa_flags & ~0x04000000, 0); // the C library's own restorer flag aside
+    EXPECT_EQ(sigismember(&action.sa_mask, SIGTERM), 0);
+    raise(SIGUSR1);
+    EXPECT_EQ(lastSignal, SIGUSR1);
+    signal(SIGUSR1, SIG_DFL);
+}
+
+} // namespace

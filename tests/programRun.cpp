@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: MIT
+#include "programRun.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <signal.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+std::string TempName(const char *kind)
+{
+    std::string name =
+        std::filesystem::temp_directory_path() / (std::string("camStatTest.") + kind + ".XXXXXX");
+    const int fd = mkstemp(name.data());
+    if (fd < 0)
+        abort();
+    close(fd);
+    return name;
+}
+
+Words SplitEnv(const char *variable, const char *otherwise)
+{
+    const char *value = getenv(variable);
+    std::istringstream text(value != nullptr ? value : otherwise);
+    Words words;
+    for (std::string word; text >> word;)
+        words.push_back(word);
+    return words;
+}
+
+/// Programs are named without a folder; they stand in PROGRAMS.
+Words Located(Words program)
+{
+    if (program[0].find('/') == std::string::npos)
+        program[0] = std::string(getenv("PROGRAMS")) + "/" + program[0];
+    return program;
+}
+
+void Append(Words &to, const Words &more)
+{
+    to.insert(to.end(), more.begin(), more.end());
+}
+
+} // namespace
+
+std::string ReadFile(const std::string &path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+int Count(const std::string &text, const std::string &part)
+{
+    int count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+        ++count;
+    return count;
+}
+
+Started::Started(const Words &command) : outPath_(TempName("out")), errPath_(TempName("err"))
+{
+    std::vector<char *> argv;
+    for (const std::string &word : command)
+        argv.push_back(const_cast<char *>(word.c_str()));
+    argv.push_back(nullptr);
+    pid_ = fork();
+    if (pid_ == 0) {
+        dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+        dup2(open(outPath_.c_str(), O_WRONLY), STDOUT_FILENO);
+        dup2(open(errPath_.c_str(), O_WRONLY), STDERR_FILENO);
+        execvp(argv[0], argv.data());
+        perror(argv[0]);
+        _exit(127);
+    }
+}
+
+Started::~Started()
+{
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    unlink(outPath_.c_str());
+    unlink(errPath_.c_str());
+}
+
+std::string Started::Out() const
+{
+    return ReadFile(outPath_);
+}
+
+std::string Started::Err() const
+{
+    return ReadFile(errPath_);
+}
+
+Outcome Started::Wait()
+{
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), Out(), Err()};
+}
+
+bool Started::AwaitOut(const std::string &text, int times) const
+{
+    using namespace std::chrono_literals;
+    const auto deadline = std::chrono::steady_clock::now() + 30s;
+    while (Count(Out(), text) < times) {
+        siginfo_t ended = {};
+        waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
+        if (ended.si_pid != 0 || std::chrono::steady_clock::now() > deadline)
+            return Count(Out(), text) >= times;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+SimBoard::SimBoard()
+{
+    folder_ = std::filesystem::temp_directory_path() / "camStatTest.board.XXXXXX";
+    if (mkdtemp(folder_.data()) == nullptr)
+        abort();
+}
+
+SimBoard::~SimBoard()
+{
+    std::filesystem::remove_all(folder_);
+}
+
+Words SimBoard::Command(const Words &program, const Words &options) const
+{
+    Words words = SplitEnv("CAMSIM", "camSim");
+    Append(words, {"--board", folder_});
+    Append(words, options);
+    Append(words, Located(program));
+    return words;
+}
+
+Outcome SimBoard::Run(const Words &program, const Words &options) const
+{
+    return Started(Command(program, options)).Wait();
+}
+
+Outcome SimBoard::Sim(const Words &command) const
+{
+    Words words = SplitEnv("CAMSIM", "camSim");
+    Append(words, {"--board", folder_});
+    Append(words, command);
+    return Started(words).Wait();
+}
+
+Outcome RunPlain(const Words &program)
+{
+    Words words = SplitEnv("EMULATOR", "");
+    Append(words, Located(program));
+    return Started(words).Wait();
+}

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+//
+// Runs the unmodified programs, plain or on a simulated board of their own, and collects what they print. Where the tests are
+// built for the target, the emulator and the simulated board's launcher come from the environment: CAMSIM (launcher and its
+// options), EMULATOR (what a target program is started with), PROGRAMS (their folder).
+#ifndef CAMSTAT_TESTS_PROGRAM_RUN_H
+#define CAMSTAT_TESTS_PROGRAM_RUN_H
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+using Words = std::vector<std::string>;
+
+/// How a program ended: its exit status, or 128 + the signal that killed it.
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+/// A program under way.
+class Started
+{
+public:
+    explicit Started(const Words &command);
+    Started(const Started &) = delete;
+    ~Started();
+
+    pid_t Pid() const { return pid_; }
+    std::string Out() const; ///< what it has printed so far
+    std::string Err() const;
+    Outcome Wait();
+
+    /// Waits until `text` stands in standard output `times` times; false when the program ended or 30 s passed before.
+    bool AwaitOut(const std::string &text, int times = 1) const;
+
+private:
+    pid_t pid_ = -1;
+    std::string outPath_;
+    std::string errPath_;
+};
+
+/// A fresh simulated board in a folder of its own, removed at the end.
+class SimBoard
+{
+public:
+    SimBoard();
+    SimBoard(const SimBoard &) = delete;
+    ~SimBoard();
+
+    const std::string &Folder() const { return folder_; }
+    std::string Path(const std::string &inside) const { return folder_ + "/" + inside; }
+
+    /// The words that run `program` on this board; `options` are camSim's.
+    Words Command(const Words &program, const Words &options = {}) const;
+
+    Outcome Run(const Words &program, const Words &options = {}) const;
+
+    /// A command of camSim itself, such as {"pins"}.
+    Outcome Sim(const Words &command) const;
+
+private:
+    std::string folder_;
+};
+
+/// Runs a program without a board.
+Outcome RunPlain(const Words &program);
+
+std::string ReadFile(const std::string &path);
+
+/// How often `part` stands in `text`.
+int Count(const std::string &text, const std::string &part);
+
+#endif
