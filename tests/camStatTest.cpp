@@ -4,6 +4,7 @@
 // simulated board.
 #include "programRun.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 namespace
@@ -66,6 +67,268 @@ TEST(CommandLine, EndsBeforeAnythingIsStarted)
             EXPECT_EQ(outcome.err, "") << shown;
         else
             EXPECT_NE(outcome.err.find(line.complaint), std::string::npos) << shown << outcome.err;
+    }
+}
+
+const Words kFast = {"--speed", "100"};
+
+std::string FirstLines(const std::string &text, int count)
+{
+    size_t end = 0;
+    for (int i = 0; i < count && end != std::string::npos; ++i)
+        end = text.find('\n', end) + 1;
+    return text.substr(0, end);
+}
+
+// Register values poked from the chip's description; the report must show exactly these.
+TEST(Report, ShowsEveryValueByteForByte)
+{
+    const SimBoard board;
+    ASSERT_EQ(board.Run({"camStat", "-e", "15", "1333", "2500"}, kFast).out,
+              "Set Shutter=66666.67 usec, Sensor Again=1.333, Sensor Dgain=2.500\n");
+    const Words pokes[] = {
+        {"0x30", "0x86"}, {"0x31", "5"},    {"0x32", "192"}, {"0x33", "255"}, {"0x34", "0x69"},
+        {"0x39", "0xE0"}, {"0x5F", "0x1F"}, {"0x71", "21"},  {"0x74", "200"}, {"0x53", "1"},
+        {"0x3C", "0x00"}, {"0x3D", "141"},  {"0x3E", "255"},
+    };
+    for (const Words &poke : pokes)
+        ASSERT_EQ(board.Sim({"poke", poke[0], poke[1]}).status, 0);
+    // The exposure was forced before the automatic exposure's field was poked on; force it again.
+    board.Run({"camStat", "-e", "15", "1333", "2500"}, kFast);
+    const Outcome report = board.Run({"camStat", "-r"}, kFast);
+    EXPECT_EQ(report.status, 0);
+    EXPECT_EQ(report.err, "");
+    EXPECT_EQ(FirstLines(report.out, 8), "ReadInfo...\n"
+                                         "===================== InfoOut ======================\n"
+                                         "Miris Status\t:\t0\n"
+                                         "D/N Status\t:\t0\n"
+                                         "Long Exp Time\t:\t66571.39 us, 1/15 sec\n"
+                                         "Exposure Time\t:\t66571.39 us, 1/15 sec\n"
+                                         "Analog Gain\t:\t1.333\n"
+                                         "Digital Gain\t:\t2.500\n");
+    const size_t ae = report.out.find("===================== Ae Status");
+    ASSERT_NE(ae, std::string::npos);
+    EXPECT_EQ(report.out.substr(ae), "===================== Ae Status ====================\n"
+                                     "Ae Switch\t:\t1\n"
+                                     "Ae flick mode\t:\t6\n"
+                                     "Ae ref level\t:\t200\n"
+                                     "Ae Ev set\t:\t21\n"
+                                     "Ae timer\t:\t9\n"
+                                     "Ae hold\t\t:\t1\n"
+                                     "Ae fix shutter\t:\t1\n"
+                                     "Ae option\t:\t2\n"
+                                     "Ae Miris\t:\t1\n"
+                                     "Ae Max Exp\t:\t1\n"
+                                     "Ae Long Exp\t:\t0\n"
+                                     "Ae ACC\t\t:\t1\n"
+                                     "Nr Mode\t\t:\t1\n"
+                                     "Dn Mode\t\t:\t0\n"
+                                     "Me Exp Time\t:\t66571.39 us, 1/15 sec.\n"
+                                     "Me Again\t:\t1.333\n"
+                                     "Me Dgain\t:\t2.500\n"
+                                     "Ae Min Again\t:\t1.041\n"
+                                     "Ae Max Again\t:\t7.953\n"
+                                     "Ae Max Dgain\t:\t31.875\n"
+                                     "==================== Awb Status ====================\n"
+                                     "Awb Auto\t:\t0\n"
+                                     "Manual Wbr\t:\t2.404\n"
+                                     "Manual Wbb\t:\t7.938\n"
+                                     "====================================================\n");
+}
+
+// A failing readout ends the live block; a failing value line is replaced and its block goes on.
+TEST(Report, FailuresEndTheLiveBlockAndReplaceTheOtherLines)
+{
+    const struct {
+        const char *fault;
+        const char *failure;
+        int lines; // of the whole report
+    } cases[] = {
+        {"i2c.read:reg=0x1E", "InfoRawAvg failed.\n", 37},
+        {"i2c.read:reg=0x16", "InfoDgtlGain failed.\n", 34},
+        {"i2c.read:reg=0x37", "GetMnlAgn failed.\n", 37},
+        {"i2c.read:reg=0x71", "CXD3193AR_Get_AeEvSet failed.\n", 37},
+        {"i2c.read:reg=0x3E", "GetMnlWbbGain failed.\n", 37},
+        {"i2c.read:reg=0x53,after=2", "GetNrDnMode failed.\n", 36},
+    };
+    for (const auto &line : cases) {
+        const SimBoard board;
+        Words options = kFast;
+        options.insert(options.end(), {"--fault", line.fault});
+        const Outcome report = board.Run({"camStat", "-r"}, options);
+        EXPECT_EQ(report.status, 0) << line.fault;
+        EXPECT_EQ(Count(report.out, " failed.\n"), 1) << line.fault << report.out;
+        EXPECT_EQ(Count(report.out, line.failure), 1) << line.fault << report.out;
+        EXPECT_EQ(Count(report.out, "\n"), line.lines) << line.fault << report.out;
+    }
+}
+
+struct ExposureCase {
+    Words values;
+    const char *echo;
+    const char *codes; // frames, lines, analog and digital gain
+};
+
+TEST(Exposure, IsEchoedClampedAndWritten)
+{
+    const ExposureCase cases[] = {
+        {{"30", "2000", "1000"},
+         "Set Shutter=33333.33 usec, Sensor Again=2.000, Sensor Dgain=1.000\n",
+         "0\n1091\n64\n8\n"},
+        {{"100", "1000", "2990"},
+         "Set Shutter=10000.00 usec, Sensor Again=1.000, Sensor Dgain=2.990\n",
+         "0\n327\n0\n23\n"},
+        {{"1", "8000", "31875"},
+         "Set Shutter=1000000.00 usec, Sensor Again=8.000, Sensor Dgain=31.875\n",
+         "29\n32699\n192\n255\n"},
+        {{"30", "500", "40000"},
+         "Set Shutter=33333.33 usec, Sensor Again=0.500, Sensor Dgain=40.000\n",
+         "0\n1091\n0\n255\n"},
+        {{"25 fps", "2000x", " 1000"},
+         "Set Shutter=40000.00 usec, Sensor Again=2.000, Sensor Dgain=1.000\n",
+         "0\n1089\n64\n8\n"},
+        // 1/0 s is the longest exposure that the registers hold; negative ones are none.
+        {{"0", "", "x"},
+         "Set Shutter=inf usec, Sensor Again=0.000, Sensor Dgain=0.000\n",
+         "59\n65399\n0\n8\n"},
+        {{"-1", "0", "0"},
+         "Set Shutter=-1000000.00 usec, Sensor Again=0.000, Sensor Dgain=0.000\n",
+         "0\n0\n0\n8\n"},
+        {{"99999999999999999999", "99999999999999999999", "99999999999999999999"},
+         "Set Shutter=0.00 usec, Sensor Again=2147483.647, Sensor Dgain=2147483.647\n",
+         "0\n0\n192\n255\n"},
+    };
+    for (const ExposureCase &line : cases) {
+        const SimBoard board;
+        Words command = {"camStat", "-e"};
+        command.insert(command.end(), line.values.begin(), line.values.end());
+        const Outcome outcome = board.Run(command, kFast);
+        EXPECT_EQ(outcome.out, line.echo);
+        EXPECT_EQ(outcome.err, "") << line.echo;
+        EXPECT_EQ(outcome.status, 0) << line.echo;
+        EXPECT_EQ(board.Sim({"peek", "LongExp", "MeExpTim", "MnlAgn", "MnlDgn"}).out, line.codes)
+            << line.echo;
+    }
+}
+
+// The exposure, LED, filter and reset actions, each watched at the pins and in the trace.
+TEST(Pins, FollowTheirActions)
+{
+    const struct {
+        Words words;
+        const char *out;
+        const char *pin;
+    } cases[] = {
+        {{"-l", "on"}, "Set LEDs on\n", "led       0      0"},
+        {{"--led", "Off"}, "Set LEDs off\n", "led       0      1"},
+        {{"-i", "ir_pass"}, "Set ICR_IR_PASS\n", "ircut    35      1"},
+        {{"--ircut", "IR_CUT"}, "Set ICR_IR_CUT\n", "ircut    35      0"},
+        {{"-s"}, "", "reset    91      1"},
+        {{"-w", "1.2", "1.5"}, "Set Rgain=1.200000, Bgain=1.500000\n", "led       0"},
+        {{"-g", "5"}, "", "led       0"},
+        {{"-l", "on", "-o", "7"}, "Set LEDs on\n", "led       0      1"}, // the last option decides
+        {{"word"}, "", "led       0      1"},
+    };
+    const SimBoard board;
+    for (const auto &line : cases) {
+        Words command = {"camStat"};
+        command.insert(command.end(), line.words.begin(), line.words.end());
+        const Outcome outcome = board.Run(command, kFast);
+        EXPECT_EQ(outcome.out, line.out);
+        EXPECT_EQ(outcome.err, "") << line.pin;
+        EXPECT_EQ(outcome.status, 0) << line.pin;
+        const std::string pins = board.Sim({"pins"}).out;
+        EXPECT_NE(pins.find(line.pin), std::string::npos) << pins;
+    }
+}
+
+TEST(Pins, AFailingRequestIsSaidAndTheRunEndsNormally)
+{
+    const SimBoard board;
+    Words options = kFast;
+    options.insert(options.end(), {"--fault", "gio.set"});
+    EXPECT_EQ(board.Run({"camStat", "-l", "on"}, options).out, "Set LEDs on\nsetIRL failed.\n");
+    EXPECT_EQ(board.Run({"camStat", "-i", "IR_CUT"}, options).out, "Set ICR_IR_CUT\nSetICR failed.\n");
+    const Outcome reset = board.Run({"camStat", "-s"}, options);
+    EXPECT_EQ(reset.out, "");
+    EXPECT_EQ(reset.err, "[kel_isp] ERROR: ioctl failed\n[kel_isp] ERROR: ioctl failed\n");
+}
+
+TEST(Pins, ResetHoldsTheLineLowFor2MsAndWaits20Ms)
+{
+    const SimBoard board;
+    const std::string trace = board.Path("trace");
+    board.Run({"camStat", "-s"}, {"--trace-json=" + trace});
+    const std::string text = ReadFile(trace);
+    const size_t low = text.find("gio.set");
+    const size_t shortPause = text.find("\"us\":2000.000,", low);
+    const size_t high = text.find("gio.set", shortPause);
+    const size_t longPause = text.find("\"us\":20000.000,", high);
+    EXPECT_NE(longPause, std::string::npos) << text;
+}
+
+struct Step {
+    const char *fault;
+    const char *message;
+};
+
+// What a failing start-up step says, and that nothing stays open behind it. (Chip-support nodes that could be
+// opened stay with the process when a neighbour is missing; the kernel takes them back.)
+TEST(StartUp, SaysWhichStepFailedAndUndoesTheOnesBefore)
+{
+    const Step steps[] = {
+        {"open:/dev/csl1:missing", "CSL_sysInit()"},
+        {"open:/dev/csl9:missing", "CSL_sysInit()"},
+        {"mmap", "CSL_sysInit()"},
+        {"open:/dev/cmem:missing", "CMEM_init()"},
+        {"cmem.version=0x02200000", "CMEM_init()"},
+        {"open:/dev/dev_i2c:missing", "DrvI2cOpen()"},
+        {"slave:refused", "DrvI2cOpen()"},
+        {"i2c.read:nth=1", "InitSensor()"},
+        {"i2c.read:nth=5", "InitSensor()"},
+    };
+    for (const Step &step : steps) {
+        const SimBoard board;
+        const std::string trace = board.Path("trace");
+        Words options = kFast;
+        options.insert(options.end(), {"--fault", step.fault, "--trace-json=" + trace});
+        const Outcome outcome = board.Run({"camStat", "-l", "on"}, options);
+        EXPECT_EQ(outcome.status, 0) << step.fault;
+        EXPECT_EQ(outcome.out, "Set LEDs on\n") << step.fault;
+        const std::string line = "[kel_isp] " + std::string(step.message) + " failed.\n";
+        EXPECT_EQ(Count(outcome.err, line), 1) << step.fault << outcome.err;
+        EXPECT_EQ(Count(outcome.err, "(camStat|main|"), 1) << step.fault << outcome.err;
+        if (step.message != std::string("CSL_sysInit()")) {
+            EXPECT_NE(ReadFile(trace).find("\"open\":[]"), std::string::npos)
+                << step.fault << ReadFile(trace);
+        }
+    }
+}
+
+// Every device call of a run fails once: whatever the call, the tool ends with status 0 and leaves nothing
+// open.
+TEST(Robustness, AnyOneFailingCallLeavesNothingOpen)
+{
+    for (const char *call :
+         {"i2c", "gio", "cmem", "fcntl", "open:after=9", "close", "munmap", "clock", "sleep"}) {
+        for (const Words &action : {Words{"-e", "30", "2000", "1000"}, Words{"-s"}}) {
+            bool injected = true;
+            for (int nth = 1; injected && nth < 60; ++nth) {
+                const SimBoard board;
+                const std::string trace = board.Path("trace");
+                const std::string rule =
+                    call + std::string(strchr(call, ':') ? "," : ":") + "nth=" + std::to_string(nth);
+                Words command = {"camStat"};
+                command.insert(command.end(), action.begin(), action.end());
+                Words options = kFast;
+                options.insert(options.end(), {"--fault", rule, "--trace-json=" + trace});
+                const Outcome outcome = board.Run(command, options);
+                const std::string text = ReadFile(trace);
+                injected = text.find("\"faults\":0") == std::string::npos;
+                EXPECT_EQ(outcome.status, 0) << rule;
+                EXPECT_NE(text.find("\"open\":[]"), std::string::npos) << rule << text;
+            }
+        }
     }
 }
 

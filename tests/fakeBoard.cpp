@@ -483,6 +483,13 @@ int __wrap_fclose(FILE *file)
     return failed ? result : closed;
 }
 
+int __wrap_stat(const char *path, struct stat *out)
+{
+    return fstatat(AT_FDCWD, Board().RealPath(path).c_str(), out, 0);
+}
+int __wrap_stat64(const char *, struct stat *) __attribute__((alias("__wrap_stat")));
+int __wrap___stat64_time64(const char *, struct stat *) __attribute__((alias("__wrap_stat")));
+
 // Calls that are recorded and otherwise carried out as the last argument says.
 #define RECORDED(type, name, parameters, line, otherwise)                                                    \
     type name parameters                                                                                     \

@@ -26,21 +26,17 @@ std::string TempName(const char *kind)
     return name;
 }
 
-Words SplitEnv(const char *variable, const char *otherwise)
+std::string Env(const char *variable)
 {
     const char *value = getenv(variable);
-    std::istringstream text(value != nullptr ? value : otherwise);
-    Words words;
-    for (std::string word; text >> word;)
-        words.push_back(word);
-    return words;
+    return value != nullptr ? value : "";
 }
 
 /// Programs are named without a folder; they stand in PROGRAMS.
 Words Located(Words program)
 {
     if (program[0].find('/') == std::string::npos)
-        program[0] = std::string(getenv("PROGRAMS")) + "/" + program[0];
+        program[0] = Env("PROGRAMS") + "/" + program[0];
     return program;
 }
 
@@ -139,9 +135,10 @@ SimBoard::~SimBoard()
 
 Words SimBoard::Command(const Words &program, const Words &options) const
 {
-    Words words = SplitEnv("CAMSIM", "camSim");
-    Append(words, {"--board", folder_});
+    Words words = {Env("CAMSIM"), "--board", folder_};
     Append(words, options);
+    if (!Env("EMULATOR").empty())
+        Append(words, {"--emulator", Env("EMULATOR")});
     Append(words, Located(program));
     return words;
 }
@@ -153,15 +150,17 @@ Outcome SimBoard::Run(const Words &program, const Words &options) const
 
 Outcome SimBoard::Sim(const Words &command) const
 {
-    Words words = SplitEnv("CAMSIM", "camSim");
-    Append(words, {"--board", folder_});
+    Words words = {Env("CAMSIM"), "--board", folder_};
     Append(words, command);
     return Started(words).Wait();
 }
 
 Outcome RunPlain(const Words &program)
 {
-    Words words = SplitEnv("EMULATOR", "");
+    Words words;
+    std::istringstream emulator(Env("EMULATOR"));
+    for (std::string word; emulator >> word;)
+        words.push_back(word);
     Append(words, Located(program));
     return Started(words).Wait();
 }

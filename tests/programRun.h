@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Runs the unmodified programs, plain or on a simulated board of their own, and collects what they print. Where the tests are
-// built for the target, the emulator and the simulated board's launcher come from the environment: CAMSIM (launcher and its
-// options), EMULATOR (what a target program is started with), PROGRAMS (their folder).
+// Runs the unmodified programs, plain or on a simulated board of their own, and collects what they print. The
+// environment tells where they are: PROGRAMS (their folder), CAMSIM (the simulated board's launcher), and
+// EMULATOR (the command that runs a program of the target; empty for programs of this machine).
 #ifndef CAMSTAT_TESTS_PROGRAM_RUN_H
 #define CAMSTAT_TESTS_PROGRAM_RUN_H
 
@@ -22,7 +22,7 @@ struct Outcome {
 /// A program under way.
 class Started
 {
-public:
+  public:
     explicit Started(const Words &command);
     Started(const Started &) = delete;
     ~Started();
@@ -32,10 +32,11 @@ public:
     std::string Err() const;
     Outcome Wait();
 
-    /// Waits until `text` stands in standard output `times` times; false when the program ended or 30 s passed before.
+    /// Waits until `text` stands in standard output `times` times; false when the program ended or 30 s
+    /// passed before.
     bool AwaitOut(const std::string &text, int times = 1) const;
 
-private:
+  private:
     pid_t pid_ = -1;
     std::string outPath_;
     std::string errPath_;
@@ -44,7 +45,7 @@ private:
 /// A fresh simulated board in a folder of its own, removed at the end.
 class SimBoard
 {
-public:
+  public:
     SimBoard();
     SimBoard(const SimBoard &) = delete;
     ~SimBoard();
@@ -60,7 +61,7 @@ public:
     /// A command of camSim itself, such as {"pins"}.
     Outcome Sim(const Words &command) const;
 
-private:
+  private:
     std::string folder_;
 };
 

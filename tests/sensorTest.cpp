@@ -27,16 +27,16 @@ namespace
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinite = std::numeric_limits<double>::infinity();
 
-// Thousandths of numerator / denominator, rounded half up.
-double Thousandths(long numerator, long denominator)
+// A gain as the tables hold it: three decimals.
+double Rounded(double gain)
 {
-    return static_cast<double>((2000 * numerator + denominator) / (2 * denominator)) / 1000.0;
+    return std::round(gain * 1000.0) / 1000.0;
 }
 
 TEST(Conversions, GainTablesWhole)
 {
     for (int code = 0; code < 256; ++code) {
-        const double gain = code == 141 ? 2.404 : Thousandths((64 + code % 64) << (code / 64), 128);
+        const double gain = code == 141 ? 2.404 : Rounded(std::ldexp(64.0 + code % 64, code / 64 - 7));
         EXPECT_EQ(gtWbTable[code].regValue, code);
         EXPECT_EQ(gtWbTable[code].gain, gain) << code;
         EXPECT_EQ(CXD3193AR_WbTable_RegValue2Gain(static_cast<uint8_t>(code)), gain);
@@ -46,7 +46,7 @@ TEST(Conversions, GainTablesWhole)
     for (int code = 0; code < 256; ++code) {
         const double gain = code == 192  ? 7.953
                             : code > 192 ? 0.0
-                                         : Thousandths(128 << (code / 64), 128 - code % 64);
+                                         : Rounded(std::ldexp(128.0, code / 64) / (128 - code % 64));
         EXPECT_EQ(CXD3193AR_AgainTable_RegValue2Again(static_cast<uint8_t>(code)), gain) << code;
         if (code <= 192) {
             EXPECT_EQ(gtAgainTable[code].regValue, code);

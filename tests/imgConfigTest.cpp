@@ -1,0 +1,338 @@
+// SPDX-License-Identifier: MIT
+//
+// The image configuration: the vocabulary and its positions, every field's place in the record, files and
+// option strings, nested loads, the printout byte for byte, and the day/night switch.
+#include "fakeBoard.h"
+
+#include "board/debugFlags.h"
+#include "isp/imgConfig.h"
+
+#include <cstring>
+#include <fstream>
+#include <random>
+
+namespace
+{
+
+const std::string keyList = "SNR_TYPE;LEN_TYPE;ICR_TYPE;2A_AEC_EN;2A_AGC_EN;2A_AEL_EN;2A_AWB_EN;2A_MAX_"
+                            "EXPOSURE;2A_MAN_EXPOSURE;2A_MAX_GAIN;"
+                            "2A_MAN_GAIN;2A_LIMIT_INDEX;2A_LIMIT_UPPER;2A_LIMIT_LOWER;2A_WB_SAVE;2A_WB_R;2A_"
+                            "WB_B;2A_DEFLICKER;IMG_BRIGHTNESS;"
+                            "IMG_CONTRAST;IMG_SATURATION;IMG_SHARPNESS;IMG_NF_MODE;IMG_NF_LEVEL;IMG_FLIP;IMG_"
+                            "MIRROR;DN_MODE;DN_BW;DN_ICR;"
+                            "DN_FPS;TRIG;DN_LS;DN_LUM;EXT_BLC;EXT_WDR;EXT_NF;EXT_LSC;EXT_DPC;EXT_AEWIN;RESET;"
+                            "RELOAD;EXT_DEBUG;LOOPBREAK;"
+                            "sensor_width;sensor_height";
+
+// Word of the record that each key sets, in the order of the list; -1: none.
+const int words[] = {0,   1,   2,   195, 196, 198, 197, 199, 200, 201, 202, 203, 204, 205, 206,
+                     207, 208, 209, 210, 211, 212, 213, 214, 215, 216, 217, -1,  -1,  -1,  221,
+                     -1,  -1,  -1,  225, 226, 227, 228, 229, -1,  -1,  -1,  231, -1,  -1,  -1};
+
+using Words = std::array<int32_t, 232>;
+
+class Config : public BoardTest
+{
+  protected:
+    ImgCfgStatus record = {};
+    Config()
+    {
+        ImgCfgDefault(&record);
+        gfDebugFlag = 0;
+    }
+    ~Config() override { gfDebugFlag = 0; }
+
+    Words AsWords() const
+    {
+        Words out;
+        memcpy(out.data(), &record, sizeof record);
+        return out;
+    }
+    void WriteFile(const std::string &path, const std::string &text)
+    {
+        std::ofstream(board.RealPath(path), std::ios::binary) << text;
+    }
+    int Load(const std::string &text)
+    {
+        WriteFile(IMG_CFG_SYSTEM_FILE, text);
+        return ImgCfgReload(&record);
+    }
+};
+
+TEST_F(Config, EachKeyHasItsPositionAndSetsItsFieldAlone)
+{
+    size_t position = 0;
+    for (const int word : words) {
+        const std::string key = keyList.substr(position, keyList.find(';', position) - position);
+        ImgCfgDefault(&record);
+        Words expected = AsWords();
+        if (word >= 0)
+            expected[static_cast<size_t>(word)] = -77;
+        EXPECT_EQ(ImgCfgParse(&record, key.c_str(), "-77"), static_cast<int>(position));
+        EXPECT_EQ(AsWords(), expected) << key;
+        EXPECT_EQ(ImgCfgParse(&record, key.c_str(), nullptr),
+                  static_cast<int>(position)); // no value: nothing changes
+        EXPECT_EQ(AsWords(), expected) << key;
+        position += key.size() + 1;
+    }
+    EXPECT_EQ(position, keyList.size() + 1);
+}
+
+// Every text that occurs in the list, and one more character behind it: known exactly when its first
+// occurrence begins a key.
+TEST_F(Config, KeysAreFoundByTheirFirstOccurrence)
+{
+    for (size_t from = 0; from < keyList.size(); ++from) {
+        for (size_t length = 1; length < 20 && from + length <= keyList.size(); ++length) {
+            for (const char *tail : {"", "_", ";"}) {
+                const std::string key = keyList.substr(from, length) + tail;
+                const size_t at = keyList.find(key);
+                const bool known = at == 0 || (at != std::string::npos && keyList[at - 1] == ';');
+                ASSERT_EQ(ImgCfgParse(&record, key.c_str(), nullptr), known ? static_cast<int>(at) : -2)
+                    << key;
+            }
+        }
+    }
+    EXPECT_EQ(ImgCfgParse(&record, "2A_WB", "1"), 168);
+    EXPECT_EQ(ImgCfgParse(&record, "TYPE", "1"), -2);
+    EXPECT_EQ(ImgCfgParse(&record, "snr_type", "1"), -2);
+}
+
+TEST_F(Config, Values)
+{
+    const struct {
+        const char *text;
+        int32_t value;
+    } cases[] = {{"12abc", 12},
+                 {"abc", 0},
+                 {"-5", -5},
+                 {" \t\v+7", 7},
+                 {"0x10", 0},
+                 {"--5", 0},
+                 {"", 0},
+                 {"007", 7},
+                 {"2147483647", INT32_MAX},
+                 {"2147483648", INT32_MAX},
+                 {"-2147483648", INT32_MIN},
+                 {"-2147483649", INT32_MIN},
+                 {"4294967297", INT32_MAX},
+                 {"99999999999999999999999", INT32_MAX}};
+    for (const auto &c : cases) {
+        ImgCfgParse(&record, "DN_FPS", c.text);
+        EXPECT_EQ(record.dnFps, c.value) << c.text;
+    }
+    std::string window(192, '1');
+    window[13] = '0';
+    window[191] = '\xF0';
+    ImgCfgParse(&record, "EXT_AEWIN", window.substr(0, 191).c_str());
+    EXPECT_EQ(record.aeWindow[1][1], 1); // one too short: as it was
+    ImgCfgParse(&record, "EXT_AEWIN", (window + "5").c_str());
+    EXPECT_EQ(record.aeWindow[1][0], 1);
+    EXPECT_EQ(record.aeWindow[1][1], 0);
+    EXPECT_EQ(record.aeWindow[15][11], 0xF0 - '0');
+}
+
+TEST_F(Config, FileLines)
+{
+    const struct {
+        std::string text;
+        int32_t wbR;
+    } cases[] = {
+        {"2A_WB_R = 600\n", 600},
+        {"\t 2A_WB_R\t=\t600 700 # x\r\n", 600},
+        {"2A_WB_R 600", 600},
+        {"2A_WB_R=1\n2A_WB_R=2\n", 2},
+        {"  # 2A_WB_R=600\n", 512},
+        {"#2A_WB_R=600\n", 512},
+        {"2A_WB_R\n", 512},
+        {"2A_WB_R=\"600\"\n", 0},
+        {"2A_WB_R=6\t00\n", 6},
+        {"=== 2A_WB_R ==\r\r 600\n", 600},
+        {"2A_WB_R\t600", 600},
+        {"LOOPBREAK=1\n2A_WB_R=600\n", 600},
+        {std::string(300, '#') + "2A_WB_R=600\n", 512},
+        {std::string(255, '#') + "2A_WB_R=600\n", 600}, // the second piece of a long line
+        {"2A_WB_R=600" + std::string(300, ' ') + "2A_WB_R=700\n", 700},
+        {std::string("2A_WB_R\0=600\n2A_WB_B=3\n", 23), 512},
+    };
+    for (const auto &c : cases) {
+        ImgCfgDefault(&record);
+        EXPECT_EQ(Load(c.text), 0);
+        EXPECT_EQ(record.wbR, c.wbR) << c.text;
+    }
+    EXPECT_EQ(record.wbB, 3);
+    EXPECT_EQ(ImgCfgLoadFile(&record, "/sysconf/none"), -1);
+    board.Fail("fopen", 1, EACCES);
+    EXPECT_EQ(ImgCfgReload(&record), -2);
+}
+
+TEST_F(Config, NestedLoadsApplyInPlaceAndEnd)
+{
+    WriteFile(IMG_CFG_DEFAULT_FILE, "2A_WB_R=1\n2A_WB_B=1\nIMG_FLIP=1\n");
+    EXPECT_EQ(Load("2A_WB_R=2\nIMG_FLIP=2\nRESET=1x\nRESET=0\nRESET=2\n2A_WB_B=3\n"), 0);
+    EXPECT_EQ(record.wbR, 1);
+    EXPECT_EQ(record.wbB, 3);
+    EXPECT_EQ(record.flip, 1);
+    board.Take();
+    std::string many;
+    for (int i = 0; i < 1000; ++i)
+        many += "RELOAD=1\nRESET=1\n";
+    WriteFile(IMG_CFG_DEFAULT_FILE, many);
+    EXPECT_EQ(Load(many + "IMG_FLIP=5\n"), 0);
+    EXPECT_EQ(record.flip, 5);
+    EXPECT_EQ(board.Take().size(), 2U * 17); // the file and 16 nested loads, each opened and closed
+}
+
+TEST_F(Config, OptionStrings)
+{
+    const struct {
+        const char *text;
+        int status;
+        int32_t brightness, contrast;
+    } cases[] = {{"IMG_BRIGHTNESS=100,LOOPBREAK=1,IMG_CONTRAST=50", -1, 100, 128},
+                 {"IMG_BRIGHTNESS=100,LOOPBREAK", -1, 100, 128},
+                 {"IMG_BRIGHTNESS=100,IMG_CONTRAST", 0, 100, 128},
+                 {",,IMG_BRIGHTNESS,7=IMG_CONTRAST==8,", 0, 7, 8},
+                 {"NONE=1,IMG_CONTRAST=5", 0, 128, 5},
+                 {"RELOAD=1,IMG_BRIGHTNESS=9", 0, 9, 33},
+                 {"", 0, 128, 128}};
+    WriteFile(IMG_CFG_SYSTEM_FILE, "IMG_BRIGHTNESS=44\nIMG_CONTRAST=33\n");
+    for (const auto &c : cases) {
+        ImgCfgDefault(&record);
+        std::string text = c.text;
+        EXPECT_EQ(ImgCfgParseOptions(&record, text.data()), c.status);
+        EXPECT_EQ(record.brightness, c.brightness) << c.text;
+        EXPECT_EQ(record.contrast, c.contrast) << c.text;
+    }
+}
+
+TEST_F(Config, DebugLines)
+{
+    char options[] = "TYPE=1,NONE=x,RESET=0,RELOAD=0,sensor_width=9,sensor_height,LOOPBREAK=7";
+    gfDebugFlag = 1;
+    EXPECT_EQ(Capture([&] { ImgCfgParseOptions(&record, options); }).out,
+              "[kel_isp] pcOpt = TYPE\tval = 1\n[kel_isp] PARSER!!!!!!!!!!!!!!!!!!\n[kel_isp] TYPE:4\n"
+              "[kel_isp] pcOpt = NONE\tval = x\n[kel_isp] PARSER!!!!!!!!!!!!!!!!!!\n[kel_isp] NONE:-1\n"
+              "[kel_isp] pcOpt = RESET\tval = 0\n[kel_isp] Reset default config \n"
+              "[kel_isp] pcOpt = RELOAD\tval = 0\n[kel_isp] Reload config \n"
+              "[kel_isp] pcOpt = sensor_width\tval = 9\n[kel_isp] sensor_width=9\n"
+              "[kel_isp] pcOpt = sensor_height\tval = LOOPBREAK\n[kel_isp] sensor_height=LOOPBREAK\n"
+              "[kel_isp] pcOpt = 7\tval = \n[kel_isp] PARSER!!!!!!!!!!!!!!!!!!\n[kel_isp] 7:-1\n");
+    EXPECT_EQ(Capture([&] { ImgCfgParse(&record, "LOOPBREAK", "7"); }).out,
+              "[kel_isp] Receive LOOPBREAK=7\n");
+}
+
+// Each field holds its own number, so that no two can be exchanged; the numbers are those of the words.
+TEST_F(Config, PrintoutByteForByte)
+{
+    Words numbers;
+    for (size_t i = 0; i < numbers.size(); ++i)
+        numbers[i] = static_cast<int32_t>(i);
+    memcpy(&record, numbers.data(), sizeof record);
+    std::string expected =
+        "=======================================\nSNR_TYPE\t:\t0\nLEN_TYPE\t:\t1\nICR_TYPE\t:\t2\n"
+        "2A_AEC\t\t:\t195\n2A_AGC\t\t:\t196\n2A_AEL\t\t:\t198\n2A_AWB\t\t:\t197\n"
+        "2A_MAX_EXPOSURE\t:\t199\n2A_MAN_EXPOSURE\t:\t200\n2A_MAX_GAIN\t:\t201\n2A_MAN_GAIN\t:\t202\n"
+        "2A_LIMIT_INDEX\t:\t203\n2A_LIMIT_UPPER\t:\t204\n2A_LIMIT_LOWER\t:\t205\n2A_WB_SAVE\t:\t206\n"
+        "2A_WB_R\t\t:\t207\n2A_WB_B\t\t:\t208\n2A_DEFLICKER\t:\t209\nIMG_BRIGHTNESS\t:\t210\n"
+        "IMG_CONTRAST\t:\t211\nIMG_SATURATION\t:\t212\nIMG_SHARPNESS\t:\t213\nIMG_NF_MODE\t:\t214\n"
+        "IMG_NF_LEVEL\t:\t215\nIMG_FLIP\t:\t216\nIMG_MIRROR\t:\t217\nDN_MODE\t\t:\t218\n"
+        "DN_BW\t\t:\t219\nDN_ICR\t\t:\t220\nDN_FPS\t\t:\t221\nDN_DI\t\t:\t222\nDN_LS\t\t:\t223\n"
+        "DN_LUM\t\t:\t224\nEXT_BLC\t\t:\t225\nEXT_WDR\t\t:\t226\nEXT_NF\t\t:\t227\nEXT_LSC\t\t:\t228\n"
+        "EXT_DPC\t\t:\t229\nEXT_AEWIN\t:\n";
+    for (int cell = 3; cell < 195; ++cell)
+        expected += std::to_string(cell) + (cell % 12 == 2 ? "\n" : "");
+    expected += "EXT_RESET\t\t:\t230\nEXT_DEBUG\t\t:\t231\n=======================================\n";
+    EXPECT_EQ(Capture([&] { ImgCfgPrint(&record); }).out, expected);
+}
+
+TEST_F(Config, Defaults)
+{
+    Words expected = {};
+    std::fill_n(expected.begin() + 1, 197, 1); // lenType, icrType, the window, aecEn, agcEn, awbEn
+    for (const auto &[word, value] : std::map<size_t, int32_t>{{200, 3},
+                                                               {201, 2},
+                                                               {207, 512},
+                                                               {209, 60},
+                                                               {210, 128},
+                                                               {211, 128},
+                                                               {212, 128},
+                                                               {213, 100},
+                                                               {214, 1},
+                                                               {219, 1},
+                                                               {220, 1},
+                                                               {225, 4},
+                                                               {229, 1}})
+        expected[word] = value;
+    EXPECT_EQ(AsWords(), expected);
+}
+
+TEST_F(Config, DayNightSwitch)
+{
+    for (int bits = 0; bits < 6 * 3 * 3 * 3; ++bits) {
+        record.dnMode = bits % 6 == 5 ? -1 : bits % 6;
+        record.dnIcr = bits / 6 % 3;
+        record.dnDi = bits / 18 % 3;
+        record.dnLs = bits / 54;
+        const bool night =
+            record.dnIcr == 1 && (record.dnMode == 2 || (record.dnMode == 3 && record.dnDi == 0) ||
+                                  (record.dnMode % 4 == 0 && record.dnLs == 1));
+        EXPECT_EQ(ApplyIcrLedConfig(&record), 0);
+        EXPECT_EQ(board.Take(), Lines({"open /dev/gio", night ? "gio 11 35 1" : "gio 11 35 0",
+                                       night ? "gio 11 0 0" : "gio 11 0 1", "gio 11 91 1", "close /dev/gio"}))
+            << bits;
+    }
+    const Lines all = {"open /dev/gio", "gio 11 35 0", "gio 11 0 1", "gio 11 91 1", "close /dev/gio"};
+    for (size_t nth = 0; nth < 4; ++nth) {
+        board.Fail("", static_cast<int>(nth) + 1);
+        const Printed printed = Capture([&] { EXPECT_EQ(ApplyIcrLedConfig(&record), -5); });
+        EXPECT_EQ(printed.err,
+                  nth == 0 ? "[kel_isp] ERROR: open device failed\n" : "[kel_isp] ERROR: ioctl failed\n");
+        Lines expected(all.begin(), all.begin() + static_cast<long>(nth) + 1);
+        if (nth > 0)
+            expected.push_back("close /dev/gio");
+        EXPECT_EQ(board.Take(), expected);
+    }
+}
+
+TEST_F(Config, SystemLoadSetsDebugAndSwitches)
+{
+    WriteFile(IMG_CFG_SYSTEM_FILE, "EXT_DEBUG=2\nDN_MODE=2\n");
+    record.dnMode = 2;
+    EXPECT_EQ(Capture([&] { EXPECT_EQ(ImgCfgLoadSystem(&record), 0); }).out,
+              "[kel_isp] Set ICR = IR_PASS\n[kel_isp] Set IR LEDs = ON\n");
+    EXPECT_EQ(gfDebugFlag, 2);
+    board.Fail("gio");
+    Capture([&] { EXPECT_EQ(ImgCfgLoadSystem(&record), -5); });
+}
+
+// Whatever a file holds, loading it ends and stays inside the record and the buffers (the sanitizers watch).
+TEST_F(Config, AnyBytesLoad)
+{
+    std::mt19937 random(7);
+    const std::string atoms[] = {"EXT_AEWIN",
+                                 "=",
+                                 " ",
+                                 "RESET=1\n",
+                                 "2A_",
+                                 "WB_R",
+                                 "9999999999",
+                                 "-",
+                                 "\t",
+                                 "\n",
+                                 std::string(200, '3'),
+                                 std::string(1, '\0'),
+                                 "\xFF",
+                                 "#",
+                                 "LOOPBREAK=1\n",
+                                 "sensor_"};
+    for (int round = 0; round < 2000; ++round) {
+        std::string text;
+        for (auto i = random() % 60; i > 0; --i)
+            text += random() % 4 == 0 ? std::string(1, static_cast<char>(random())) : atoms[random() % 16];
+        EXPECT_EQ(Load(text), 0);
+        ImgCfgParseOptions(&record, text.data());
+    }
+}
+
+} // namespace
