@@ -7,7 +7,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -22,48 +21,38 @@ namespace
 // A real kernel log is a ring; this one begins anew at a size that hours of faults do not reach.
 constexpr long kKernelLogLimit = 8L << 20;
 
-// Threads of this process meet at a mutex, which thread checkers understand; processes at the word in the
-// state.
-pthread_mutex_t gThreads = PTHREAD_MUTEX_INITIALIZER;
+// Used while there is no board, whose state holds the lock.
+uint32_t gNoBoardLock = 0;
 
 uint32_t *LockWord()
 {
-    return gBoard.state == nullptr ? nullptr : &gBoard.state->lock;
+    return gBoard.state == nullptr ? &gNoBoardLock : &gBoard.state->lock;
 }
 
-void LockProcesses(uint32_t *word)
+} // namespace
+
+WordLock::WordLock(uint32_t *word) : word_(word)
 {
-    const uint32_t self = host::ProcessId();
+    const uint32_t self = host::ThreadId();
     for (unsigned tries = 1;; ++tries) {
         uint32_t holder = 0;
         if (__atomic_compare_exchange_n(word, &holder, self, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED)) {
             return;
         }
         if (tries % 256 == 0 && (holder == self || !host::IsAlive(holder))) {
-            // The holder died in the middle, or a child was forked in the middle and inherited the number.
+            // The holder died in the middle; its number may have been given to this thread since.
             __atomic_compare_exchange_n(word, &holder, 0, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
         }
         host::Yield();
     }
 }
 
-} // namespace
-
-BoardLock::BoardLock()
+WordLock::~WordLock()
 {
-    pthread_mutex_lock(&gThreads);
-    if (uint32_t *word = LockWord()) {
-        LockProcesses(word);
-    }
+    __atomic_store_n(word_, 0U, __ATOMIC_RELEASE);
 }
 
-BoardLock::~BoardLock()
-{
-    if (uint32_t *word = LockWord()) {
-        __atomic_store_n(word, 0U, __ATOMIC_RELEASE);
-    }
-    pthread_mutex_unlock(&gThreads);
-}
+BoardLock::BoardLock() : WordLock(LockWord()) {}
 
 AttachResult AttachBoard(const char *folder)
 {
@@ -92,8 +81,6 @@ AttachResult AttachBoard(const char *folder)
     }
     gBoard.startNs = host::MonotonicNs();
     gBoard.state = state;
-    // A child of a fork starts with a free mutex, whoever held it in the parent.
-    pthread_atfork(nullptr, nullptr, [] { pthread_mutex_init(&gThreads, nullptr); });
     return AttachResult::Ok;
 }
 

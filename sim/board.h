@@ -41,14 +41,27 @@ uint64_t BoardNs();
 /// Appends a line to the board's kernel log, stamped with the board's time; `text` carries no line end.
 void LogToKernel(const char *text);
 
-/// The board, held by one thread of one process. A holder that died loses the lock to the next one.
-class BoardLock
+/// A lock that is a word in memory: the number of the thread that holds it, 0 when it is free. It works
+/// between threads and between processes, survives a fork, and a holder that died loses it to the next one.
+/// It is not a mutex of the threads library because a thread checker's run-time library calls into this one
+/// when its own part in such a mutex is over already.
+class WordLock
+{
+  public:
+    explicit WordLock(uint32_t *word);
+    ~WordLock();
+    WordLock(const WordLock &) = delete;
+    WordLock &operator=(const WordLock &) = delete;
+
+  private:
+    uint32_t *word_;
+};
+
+/// The board, held by one thread of one process.
+class BoardLock : public WordLock
 {
   public:
     BoardLock();
-    ~BoardLock();
-    BoardLock(const BoardLock &) = delete;
-    BoardLock &operator=(const BoardLock &) = delete;
 };
 
 } // namespace sim

@@ -90,7 +90,7 @@ struct BoardState {
     char magic[8];
     uint32_t layout;
     uint32_t size;
-    uint32_t lock; ///< process id of the holder, 0 when free
+    uint32_t lock; ///< thread that holds the board, 0 when free
     uint32_t runs; ///< runs of programs so far
     uint8_t registers[kRegisters];
     uint8_t pins[kPins];

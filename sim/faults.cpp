@@ -15,6 +15,17 @@ namespace sim
 namespace
 {
 
+// A look without the lock: whether any rule may be about this call.
+bool IsInRules(Call call)
+{
+    const BoardState *state = gBoard.state;
+    uint64_t calls = 0;
+    for (uint32_t i = 0; state != nullptr && i < state->faultCount && i < kFaultRules; ++i) {
+        calls |= state->faults[i].used != 0 ? state->faults[i].calls : 0;
+    }
+    return (calls & BitOf(call)) != 0;
+}
+
 // The path itself, or something below it.
 bool IsBelow(const char *path, const char *folder)
 {
@@ -94,12 +105,13 @@ bool AppliesHere(const FaultRule &rule)
 
 const FaultRule *PickRule(Event &event, Effect effect)
 {
-    return HasRules() ? Decide(event, [effect](Effect other) { return other == effect; }) : nullptr;
+    return IsInRules(event.call) ? Decide(event, [effect](Effect other) { return other == effect; })
+                                 : nullptr;
 }
 
 bool InjectFault(Event &event)
 {
-    if (!HasRules()) {
+    if (!IsInRules(event.call)) {
         return false;
     }
     uint32_t delayUs = 0;
@@ -123,7 +135,7 @@ bool InjectFault(Event &event)
 
 bool InjectFlashFault(Event &event, bool changes)
 {
-    if (!HasRules()) {
+    if (!IsInRules(Call::Flash)) {
         return false;
     }
     const BoardLock lock;
@@ -142,7 +154,7 @@ bool InjectFlashFault(Event &event, bool changes)
 
 bool IsFlashFull(Event &event)
 {
-    if (!HasRules()) {
+    if (!IsInRules(Call::Flash)) {
         return false;
     }
     const BoardLock lock;

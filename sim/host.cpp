@@ -135,9 +135,14 @@ uint32_t ProcessId()
     return static_cast<uint32_t>(syscall(SYS_getpid));
 }
 
-bool IsAlive(uint32_t pid)
+uint32_t ThreadId()
 {
-    return syscall(SYS_kill, static_cast<long>(pid), 0L) == 0 || errno != ESRCH;
+    return static_cast<uint32_t>(syscall(SYS_gettid));
+}
+
+bool IsAlive(uint32_t id)
+{
+    return syscall(SYS_kill, static_cast<long>(id), 0L) == 0 || errno != ESRCH;
 }
 
 } // namespace sim::host

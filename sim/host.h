@@ -32,7 +32,9 @@ uint64_t MonotonicNs();
 void SleepNs(uint64_t ns);
 void Yield();
 uint32_t ProcessId();
-bool IsAlive(uint32_t pid);
+uint32_t ThreadId();
+/// A process or thread with this number is there.
+bool IsAlive(uint32_t id);
 
 } // namespace sim::host
 

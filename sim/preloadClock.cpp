@@ -64,18 +64,26 @@ bool ShowsTimeOfDay(clockid_t clock)
 
 int64_t SetBackNs(Event &event)
 {
-    if (!HasRules()) {
-        return 0;
-    }
     const BoardLock lock;
     const FaultRule *rule = PickRule(event, Effect::Back);
     return rule != nullptr ? int64_t{rule->value} * 1000 : 0;
 }
 
+// A clock reading is told only where a fault changed it: a sanitizer's run-time library reads the clock, too,
+// and does so in threads in which not even a line can be formatted any more.
+long FinishReading(Event &event)
+{
+    if (event.fault != 0) {
+        return Finish(event);
+    }
+    errno = event.result < 0 ? event.error : event.callersErrno;
+    return event.result;
+}
+
 template <class AnyTime, class Real>
 int ReadClock(clockid_t clock, AnyTime *time, Real real)
 {
-    if (gBoard.state == nullptr || (gBoard.speed == 1.0 && !HasRules() && !IsTracing())) {
+    if (gBoard.state == nullptr || (gBoard.speed == 1.0 && !HasRules())) {
         return real();
     }
     Event event(Call::Clock);
@@ -86,7 +94,7 @@ int ReadClock(clockid_t clock, AnyTime *time, Real real)
             FromNs(ToNs(*time) + LeadNs() - SetBackNs(event), time);
         }
     }
-    return static_cast<int>(Finish(event));
+    return static_cast<int>(FinishReading(event));
 }
 
 // The time of day in seconds of the board.
@@ -104,7 +112,7 @@ Seconds ReadSeconds(Seconds *out, Real real)
     if (event.result >= 0 && out != nullptr) {
         *out = static_cast<Seconds>(event.result);
     }
-    return static_cast<Seconds>(Finish(event));
+    return static_cast<Seconds>(FinishReading(event));
 }
 
 template <class AnyValue, class Real>
@@ -123,7 +131,7 @@ int ReadTimeOfDay(AnyValue *value, Real real)
             value->tv_usec = static_cast<decltype(value->tv_usec)>(us % 1000000);
         }
     }
-    return static_cast<int>(Finish(event));
+    return static_cast<int>(FinishReading(event));
 }
 
 // Pauses for `ns` of the board's time. `real` takes the host's pause and the rest of it, and returns 0 or an

@@ -12,7 +12,6 @@
 #include "sim/registers.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -96,11 +95,10 @@ struct Trace {
     char rowLast = 0;
     uint64_t rowStartNs = 0;
     uint64_t rowEndNs = 0;
-    Spread spread;
 };
 
 Trace gTrace;
-pthread_mutex_t gTraceMutex = PTHREAD_MUTEX_INITIALIZER;
+uint32_t gTraceLock = 0;
 
 constexpr char kPlain[] = "\x1b[0m";
 constexpr char kFaint[] = "\x1b[2m";
@@ -181,14 +179,14 @@ void AddBlock(Line *line, const Field &field, const uint8_t *values)
 }
 
 // "AeSwitch on", "MnlAgn 64 (gain 2.000)", "LongExp 0 -> 29 (29 further frames)"
-void AddField(Line *line, const Field &field, bool isWrite)
+void AddField(Line *line, const Field &field, const Spread &spread, bool isWrite)
 {
     if (field.registers > 2) {
-        AddBlock(line, field, gTrace.spread.after);
+        AddBlock(line, field, spread.after);
         return;
     }
-    const uint32_t before = FieldValue(field, gTrace.spread.before);
-    const uint32_t after = FieldValue(field, gTrace.spread.after);
+    const uint32_t before = FieldValue(field, spread.before);
+    const uint32_t after = FieldValue(field, spread.after);
     const bool changed = isWrite && before != after;
     char meaning[80];
     DescribeValue(field, after, meaning, sizeof(meaning));
@@ -229,12 +227,13 @@ void AddTransfer(Line *line, const Event &event)
         return;
     }
     AddRange(line, event);
-    SpreadRegisters(event, &gTrace.spread);
+    Spread spread;
+    SpreadRegisters(event, &spread);
     const char *comma = " ";
     bool anyChange = false;
-    ForEachField(gTrace.spread, [&](const Field &field) {
+    ForEachField(spread, [&](const Field &field) {
         line->Add("%s", comma);
-        AddField(line, field, event.isWrite);
+        AddField(line, field, spread, event.isWrite);
         comma = ", ";
     });
     for (uint32_t i = 0; i < event.count; ++i) {
@@ -456,16 +455,8 @@ void TellHeld(uint64_t nowNs)
     }
 }
 
-bool GoesWithoutSaying(const Event &event)
-{
-    return (event.call == Call::Clock || event.call == Call::Time) && event.result >= 0 && event.fault == 0;
-}
-
 void TellPerson(const Event &event, uint64_t endNs)
 {
-    if (GoesWithoutSaying(event)) {
-        return;
-    }
     if (event.call == Call::Sleep && event.result == 0 && event.fault == 0) {
         if (gTrace.rowCount > 0) {
             TellRow();
@@ -499,24 +490,25 @@ void TellPerson(const Event &event, uint64_t endNs)
 
 void AddJsonFields(Line *line, const Event &event)
 {
-    SpreadRegisters(event, &gTrace.spread);
+    Spread spread;
+    SpreadRegisters(event, &spread);
     const char *comma = "";
     line->Add(",\"fields\":[");
-    ForEachField(gTrace.spread, [&](const Field &field) {
+    ForEachField(spread, [&](const Field &field) {
         line->Add("%s{\"name\":\"%s\",", comma, field.name);
         comma = ",";
         if (field.registers > 2) {
             for (int i = 0; i < field.registers; ++i) {
-                line->Add("%s%u", i == 0 ? "\"values\":[" : ",", gTrace.spread.after[field.reg + i]);
+                line->Add("%s%u", i == 0 ? "\"values\":[" : ",", spread.after[field.reg + i]);
             }
             line->Add("]}");
             return;
         }
-        const uint32_t value = FieldValue(field, gTrace.spread.after);
+        const uint32_t value = FieldValue(field, spread.after);
         char meaning[80];
         DescribeValue(field, value, meaning, sizeof(meaning));
         if (event.isWrite) {
-            line->Add("\"before\":%u,", FieldValue(field, gTrace.spread.before));
+            line->Add("\"before\":%u,", FieldValue(field, spread.before));
         }
         line->Add("\"value\":%u%s%s%s}", value, meaning[0] != '\0' ? ",\"meaning\":\"" : "", meaning,
                   meaning[0] != '\0' ? "\"" : "");
@@ -672,7 +664,6 @@ void StartTrace()
     }
     gTrace.colour = strcmp(mode, "colour") == 0;
     gTrace.mode = strcmp(mode, "json") == 0 ? TraceMode::Json : TraceMode::Human;
-    pthread_atfork(nullptr, nullptr, [] { pthread_mutex_init(&gTraceMutex, nullptr); });
 }
 
 bool IsTracing()
@@ -682,14 +673,13 @@ bool IsTracing()
 
 void TraceEvent(const Event &event, uint64_t endNs)
 {
-    pthread_mutex_lock(&gTraceMutex);
+    const WordLock lock(&gTraceLock);
     CountEvent(event, endNs);
     if (gTrace.mode == TraceMode::Json) {
         TellProgram(event, endNs);
     } else {
         TellPerson(event, endNs);
     }
-    pthread_mutex_unlock(&gTraceMutex);
 }
 
 void EndTrace()
@@ -697,7 +687,7 @@ void EndTrace()
     if (!IsTracing()) {
         return;
     }
-    pthread_mutex_lock(&gTraceMutex);
+    const WordLock lock(&gTraceLock);
     Line line;
     if (gTrace.mode == TraceMode::Json) {
         SumUpForProgram(&line, BoardNs());
@@ -706,7 +696,6 @@ void EndTrace()
         SumUpForPerson(&line, BoardNs());
     }
     line.Write(gTrace.fd);
-    pthread_mutex_unlock(&gTraceMutex);
 }
 
 } // namespace sim

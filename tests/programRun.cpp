@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "programRun.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
@@ -110,15 +111,36 @@ Outcome Started::Wait()
 bool Started::AwaitOut(const std::string &text, int times) const
 {
     using namespace std::chrono_literals;
-    const auto deadline = std::chrono::steady_clock::now() + 30s;
-    while (Count(Out(), text) < times) {
+    using Clock = std::chrono::steady_clock;
+    std::ifstream output(outPath_, std::ios::binary);
+    std::string
+        unseen; // what came last, and before it the end of what was counted, as long as a cut `text` may be
+    Clock::time_point lastProgress = Clock::now();
+    for (int seen = 0; seen < times;) {
         siginfo_t ended = {};
         waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
-        if (ended.si_pid != 0 || std::chrono::steady_clock::now() > deadline)
-            return Count(Out(), text) >= times;
-        std::this_thread::sleep_for(1ms);
+        char chunk[65536];
+        output.clear();
+        output.read(chunk, sizeof chunk);
+        if (output.gcount() > 0) {
+            unseen.append(chunk, static_cast<size_t>(output.gcount()));
+            seen += Count(unseen, text);
+            unseen.erase(0, unseen.size() - std::min(unseen.size(), text.size() - 1));
+            lastProgress = Clock::now();
+        } else if (ended.si_pid != 0 || Clock::now() - lastProgress > 30s) {
+            return seen >= times;
+        } else {
+            std::this_thread::sleep_for(1ms);
+        }
     }
     return true;
+}
+
+long Started::ResidentKiB() const
+{
+    const std::string status = ReadFile("/proc/" + std::to_string(pid_) + "/status");
+    const size_t at = status.find("VmRSS:");
+    return at == std::string::npos ? -1 : atol(status.c_str() + at + 6);
 }
 
 SimBoard::SimBoard()

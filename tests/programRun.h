@@ -36,7 +36,10 @@ class Started
     /// passed before.
     bool AwaitOut(const std::string &text, int times = 1) const;
 
-  private:
+      /// Memory that the program holds.
+    long ResidentKiB() const;
+
+private:
     pid_t pid_ = -1;
     std::string outPath_;
     std::string errPath_;

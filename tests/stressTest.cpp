@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+//
+// The I2C stress test as a program: how it ends, what it leaves on the flash, and that its counters agree
+// exactly with the faults that the board injected. Nothing here waits for a time; everything waits for what
+// it observes.
+#include "programRun.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <regex>
+#include <signal.h>
+
+namespace
+{
+
+const std::string kFinish = "=================  Finish I2C test. ================ \n";
+const std::string kStopped = "camStat received SIGTERM!\n";
+const Words kFast = {"--speed", "1000"};
+
+Words With(Words options, const Words &more)
+{
+    options.insert(options.end(), more.begin(), more.end());
+    return options;
+}
+
+/// Files of the board's flash whose names begin with `prefix`.
+Words FlashFiles(const SimBoard &board, const std::string &prefix)
+{
+    Words found;
+    for (const auto &entry : std::filesystem::directory_iterator(board.Path("mnt/nand")))
+        if (entry.path().filename().string().starts_with(prefix))
+            found.push_back(entry.path());
+    return found;
+}
+
+std::string OnlyFile(const SimBoard &board, const std::string &prefix)
+{
+    const Words files = FlashFiles(board, prefix);
+    EXPECT_EQ(files.size(), 1U) << prefix;
+    return files.empty() ? "" : ReadFile(files[0]);
+}
+
+/// The last summary in the output: three lines.
+std::string LastSummary(const std::string &out)
+{
+    const size_t at = out.rfind("I2C Error Counts");
+    return at == std::string::npos ? "" : out.substr(at, out.find("]:\n", at) + 3 - at);
+}
+
+class EndBySignal : public testing::TestWithParam<int>
+{
+};
+
+TEST_P(EndBySignal, FinishesTheIterationAndKeepsItsSummary)
+{
+    const SimBoard board;
+    Started test(board.Command({"camStat", "-t", "1", "3"}, kFast));
+    ASSERT_TRUE(test.AwaitOut("]:\n", 3)) << test.Out() << test.Err();
+    kill(test.Pid(), GetParam());
+    const Outcome outcome = test.Wait();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, kFinish);
+    EXPECT_EQ(Count(outcome.out, "=== InfoOut ==="), Count(outcome.out, "]:\n"));
+    EXPECT_TRUE(outcome.out.ends_with("]:\n" + kStopped)) << outcome.out;
+
+    const std::string result = OnlyFile(board, "I2cTestResult_");
+    EXPECT_EQ(result, LastSummary(outcome.out));
+    const std::regex form("I2C Error Counts = 0\nI2C Read Error Counts = 0\n"
+                          "\\[\\d{4}(/\\d\\d){2} \\d\\d(:\\d\\d){2}\\]\\[\\d{4}(/\\d\\d){2} "
+                          "\\d\\d(:\\d\\d){2}\\]\\[\\d+\\]:\n");
+    EXPECT_TRUE(std::regex_match(result, form)) << result;
+    EXPECT_EQ(FlashFiles(board, "dmesg_").size(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, EndBySignal, testing::Values(SIGINT, SIGTERM));
+
+TEST(Stress, AFailureInTheFirstIterationWritesIterationZero)
+{
+    const SimBoard board;
+    const Outcome outcome =
+        board.Run({"camStat", "-t", "1", "0"}, With(kFast, {"--fault", "i2c.read:reg=0x1E"}));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_NE(outcome.out.find("InfoRawAvg failed.\nInfoOut failed!\nI2C Error Counts = 1\n"),
+              std::string::npos);
+    EXPECT_TRUE(outcome.out.ends_with("][0]:\n")) << outcome.out;
+    EXPECT_TRUE(outcome.err.ends_with(kFinish)) << outcome.err;
+    EXPECT_EQ(OnlyFile(board, "I2cTestResult_"), LastSummary(outcome.out));
+    // The capture holds this run's controller messages, and no others.
+    const std::string capture = OnlyFile(board, "dmesg_");
+    EXPECT_EQ(Count(capture, "\n"), 1) << capture;
+    EXPECT_NE(capture.find("i2c_davinci"), std::string::npos) << capture;
+}
+
+TEST(Stress, RetriesAsOftenAsTold)
+{
+    for (const int retries : {0, 3}) {
+        const SimBoard board;
+        const Outcome outcome = board.Run({"camStat", "-t", "1", std::to_string(retries)},
+                                          With(kFast, {"--fault", "i2c.read:reg=0x10"}));
+        EXPECT_EQ(Count(outcome.err, "[CXD3193AR_Read] Read Addr (0x10) failed! count = 1, "), retries + 1);
+        const std::string log = ReadFile(board.Path("mnt/nand/I2cErr.csv"));
+        EXPECT_EQ(Count(log, "\n"), retries + 1) << log;
+        for (int attempt = 0; attempt <= retries; ++attempt) {
+            const std::regex line(" \\d\\d:\\d\\d:\\d\\d, " + std::to_string(attempt) + ", \\d+, " +
+                                  std::to_string(attempt + 1) + "\n");
+            EXPECT_TRUE(std::regex_search(log, line)) << log;
+        }
+    }
+}
+
+TEST(Stress, MissingFlashIsSaidAndTheToolStillEnds)
+{
+    const SimBoard board;
+    const Outcome outcome =
+        board.Run({"camStat", "-t", "1", "0"},
+                  With(kFast, {"--fault", "flash:missing", "--fault", "i2c.read:reg=0x18"}));
+    EXPECT_EQ(outcome.status, 0);
+    const std::regex said("fopen failed!\n[^]*fopen /mnt/nand/I2cTestResult_\\d{14} failed!\n" + kFinish +
+                          "$");
+    EXPECT_TRUE(std::regex_search(outcome.err, said)) << outcome.err;
+    EXPECT_TRUE(FlashFiles(board, "dmesg_").empty());
+}
+
+TEST(Stress, AFullFlashIsSaid)
+{
+    const SimBoard board;
+    const Outcome outcome = board.Run({"camStat", "-t", "1", "0"},
+                                      With(kFast, {"--fault", "flash:full", "--fault", "i2c.read:reg=0x18"}));
+    EXPECT_TRUE(std::regex_search(outcome.err,
+                                  std::regex("write /mnt/nand/I2cTestResult_\\d{14} failed!\n" + kFinish)))
+        << outcome.err;
+}
+
+TEST(Stress, ABrokenClockIsSaidAndTheTestGoesOn)
+{
+    const SimBoard board;
+    Started test(board.Command({"camStat", "-t", "1", "0"}, With(kFast, {"--fault", "clock"})));
+    ASSERT_TRUE(test.AwaitOut("]:\n", 2)) << test.Out() << test.Err();
+    kill(test.Pid(), SIGTERM);
+    const Outcome outcome = test.Wait();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_GT(Count(outcome.out, "clock_gettime failed.\nGetMsFromStart failed!\n"), 2);
+}
+
+// One transfer in a hundred fails at random, over CAMSTAT_STRESS_ITERATIONS iterations.
+TEST(Stress, CountsExactlyWhatTheBoardInjected)
+{
+    const char *wanted = getenv("CAMSTAT_STRESS_ITERATIONS");
+    const int iterations = wanted != nullptr ? atoi(wanted) : 300;
+    const SimBoard board;
+    ASSERT_EQ(board.Sim({"fault", "i2c.read:chance=0.01,seed=7"}).status, 0);
+    Started test(board.Command({"camStat", "-t", "1", "5"}, kFast));
+    ASSERT_TRUE(test.AwaitOut("][" + std::to_string(iterations / 10) + "]:\n")) << test.Err();
+    const long residentEarly = test.ResidentKiB();
+    ASSERT_TRUE(test.AwaitOut("][" + std::to_string(iterations - 1) + "]:\n")) << test.Err();
+    const long residentLate = test.ResidentKiB();
+    if (wanted != nullptr) { // a long run, without the memory that sanitizers hold back
+        EXPECT_LE(residentLate, residentEarly + 64);
+    }
+    kill(test.Pid(), SIGTERM);
+    const Outcome outcome = test.Wait();
+
+    const std::string list = board.Sim({"fault", "list"}).out;
+    std::smatch hits;
+    ASSERT_TRUE(std::regex_search(list, hits, std::regex("(\\d+)\\s+i2c\\.read:chance"))) << list;
+    const int injected = std::stoi(hits[1]);
+    EXPECT_GT(injected, iterations / 20);
+    EXPECT_EQ(Count(outcome.err, " failed! count = "), injected);
+    EXPECT_EQ(Count(ReadFile(board.Path("mnt/nand/I2cErr.csv")), "\n"), injected);
+    EXPECT_EQ(LastSummary(outcome.out).find("I2C Error Counts = " + std::to_string(injected) + "\n"), 0U)
+        << LastSummary(outcome.out);
+    EXPECT_EQ(Count(OnlyFile(board, "dmesg_"), "\n"), injected);
+}
+
+} // namespace
