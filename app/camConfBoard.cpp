@@ -85,18 +85,19 @@ ImgCfgStatus WithAppliedGains(ImgCfgStatus record)
     return record;
 }
 
-/// Applies the record. Switching the white balance to manual freezes the camera's own gains, so gains that
-/// are given go there in a second round. Tells whether the applier saved the gains, and with them what it
-/// saved.
+/// Applies the record. A change of the white balance's mode comes first and alone: it freezes the camera's
+/// own gains when it goes to manual, and saves gains before it reads them when it goes to automatic. Given
+/// gains, and the save, follow in a second round. Tells whether the applier saved the gains; `applied` then
+/// holds what it saved.
 bool ApplyRecord(const ImgCfgStatus &given, ImgCfgStatus *applied)
 {
     const bool hasGains = given.wbR != kNotGiven || given.wbB != kNotGiven;
-    if (given.awbEn != 1 && given.awbEn != gtImgCfgStatus.awbEn && hasGains) {
-        ImgCfgStatus freeze = given;
-        freeze.wbR = gtImgCfgStatus.wbR;
-        freeze.wbB = gtImgCfgStatus.wbB;
-        freeze.wbSave = 0;
-        ImageSet(&freeze);
+    if (given.awbEn != gtImgCfgStatus.awbEn && (hasGains || given.wbSave == 1)) {
+        ImgCfgStatus modeOnly = given;
+        modeOnly.wbR = gtImgCfgStatus.wbR;
+        modeOnly.wbB = gtImgCfgStatus.wbB;
+        modeOnly.wbSave = 0;
+        ImageSet(&modeOnly);
     }
     *applied = WithAppliedGains(given);
     ImageSet(applied);

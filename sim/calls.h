@@ -31,6 +31,7 @@ namespace sim
     SIM_CALL(Stat, "stat", EACCES, "stat, lstat, fstatat")                                                   \
     SIM_CALL(Access, "access", EACCES, "access")                                                             \
     SIM_CALL(Opendir, "opendir", EACCES, "opendir")                                                          \
+    SIM_CALL(Watch, "watch", ENOSPC, "inotify_add_watch")                                                    \
     SIM_CALL(Mkdir, "mkdir", EACCES, "mkdir")                                                                \
     SIM_CALL(Chmod, "chmod", EPERM, "chmod")                                                                 \
     SIM_CALL(System, "system", EAGAIN, "the kernel-log commands given to system")                            \

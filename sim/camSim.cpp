@@ -234,7 +234,7 @@ int main(int argc, char **argv)
         printf("camSim %s\n", CAMSIM_VERSION);
         return 0;
     }
-    if (line.wantsHelp) {
+    if (line.wantsHelp || (!line.rest.empty() && !line.isProgram && line.rest[0] == "help")) {
         PrintHelp();
         return 0;
     }
@@ -242,7 +242,6 @@ int main(int argc, char **argv)
     if (!line.rest.empty() && !line.isProgram && line.rest[0] == "trace") {
         Words words(line.rest.begin() + 1, line.rest.end());
         words.insert(words.begin(), "--trace");
-        const std::string board = line.options.board;
         if (const int status = Parse(words, &line)) {
             return status;
         }

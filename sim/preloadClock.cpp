@@ -54,7 +54,8 @@ int64_t LeadNs()
     if (gBoard.state == nullptr || gBoard.speed == 1.0) {
         return 0;
     }
-    return static_cast<int64_t>(BoardNs()) - static_cast<int64_t>(host::MonotonicNs() - gBoard.startNs);
+    return static_cast<int64_t>((gBoard.speed - 1.0) *
+                                static_cast<double>(host::MonotonicNs() - gBoard.startNs));
 }
 
 bool ShowsTimeOfDay(clockid_t clock)

@@ -319,6 +319,8 @@ SIM_WRAP_PATH(fstatat64, Call::Stat, false, (int folder, const char *path, void 
 SIM_WRAP_PATH(statx, Call::Stat, false,
               (int folder, const char *path, int flags, unsigned mask, void *status),
               (folder, onPc, flags, mask, status))
+SIM_WRAP_PATH(inotify_add_watch, Call::Watch, false, (int inotify, const char *path, uint32_t mask),
+              (inotify, onPc, mask))
 #if __TIMESIZE == 32
 SIM_WRAP_PATH(__stat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))
 SIM_WRAP_PATH(__lstat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))

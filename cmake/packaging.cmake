@@ -1,0 +1,75 @@
+# SPDX-License-Identifier: MIT
+# Debian packages (presets package and arm) and an archive to unpack on a board (preset arm-static):
+#   cmake --build build/PRESET && cpack --config build/PRESET/CPackConfig.cmake -B build/PRESET/packages
+set(CPACK_PACKAGE_NAME camstat)
+set(CPACK_PACKAGE_CONTACT "The camStat authors <camstat@localhost.localdomain>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+if(NOT KELISP_PACKAGES)
+    # One archive with the programs alone, for a board without a package manager.
+    set(CPACK_GENERATOR TGZ)
+    set(CPACK_PACKAGE_FILE_NAME camstat-${PROJECT_VERSION}-${CMAKE_SYSTEM_PROCESSOR})
+    set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+    set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+    set(CPACK_COMPONENTS_ALL runtime)
+    include(CPack)
+    return()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${CPACK_PACKAGE_CONTACT})
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+if(CMAKE_CROSSCOMPILING)
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armel)
+    set(needs_libc "libc6 (>= 2.34)") # the first with 64-bit time there
+else()
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+
+# kel_package(COMPONENT NAME SECTION DEPENDS SUMMARY TEXT)
+set(CPACK_COMPONENTS_ALL "")
+macro(kel_package component name section depends summary text)
+    string(TOUPPER ${component} upper)
+    list(APPEND CPACK_COMPONENTS_ALL ${component})
+    set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name})
+    set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
+    set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${depends}")
+    set(CPACK_COMPONENT_${upper}_DESCRIPTION "${summary}\n${text}")
+    kel_package_documents(${component} ${name})
+endmacro()
+
+# Every package carries its licence and its changes.
+function(kel_package_documents component name)
+    install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} RENAME copyright
+        COMPONENT ${component})
+    install(FILES ${CMAKE_BINARY_DIR}/changelog.Debian.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+        COMPONENT ${component})
+endfunction()
+
+file(WRITE ${CMAKE_BINARY_DIR}/changelog.Debian "camstat (${PROJECT_VERSION}-1) unstable; urgency=medium\n\n"
+    "  * See the project's CHANGELOG.md.\n\n -- ${CPACK_PACKAGE_CONTACT}  Sun, 22 Nov 2026 12:00:00 +0000\n")
+execute_process(COMMAND gzip -9nf ${CMAKE_BINARY_DIR}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
+
+kel_package(runtime camstat utils "${needs_libc}" "diagnostic and control tool of an IP-camera board"
+    "camStat prints what the camera's exposure and white balance are doing, switches IR LEDs and IR-cut filter, forces
+exposure and gains, resets the sensor and stresses the I2C link. camConf works on the image configuration, drvI2cTest on
+single registers.")
+kel_package(library libkelisp${PROJECT_VERSION_MAJOR} libs "${needs_libc}" "camera library of an IP-camera board"
+    "The library under camStat: register access, conversions, sensor control and image configuration.")
+kel_package(dev libkelisp-dev libdevel "libkelisp${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}-1)"
+    "camera library of an IP-camera board (development files)"
+    "Headers, static library, pkg-config and CMake files of libkelisp, for C11 and C++20.")
+if(KELISP_SIM)
+    kel_package(sim camsim utils "${needs_libc}" "simulated IP-camera board"
+        "Runs programs of the camera board on a PC: device nodes, registers, flash, faults on request, and a trace.")
+endif()
+include(CPack)
