@@ -263,6 +263,8 @@ int camConf::Watch(const Words &words)
         ForgetApplied(last);
         const ImgCfgStatus first = last;
         ApplyFile(file, first, first, &last);
+        printf("watching %s\n", file.path);
+        fflush(stdout);
         status = WatchUntilStopped(file, &last, waitMask);
         camStat::StopBoard();
     } else {

@@ -150,8 +150,8 @@ int camConf::CheckReadable(const char *path)
     FILE *file = fopen(path, "r");
     if (file == nullptr)
         return Fail(path);
-    char buffer[1024];
-    while (fread(buffer, 1, sizeof buffer, file) > 0) {
+    char line[kLineSize];
+    while (kel::ReadLine(file, line) > 0) {
     }
     const int status = ferror(file) == 0 ? kOk : Fail(path);
     fclose(file);

@@ -4,7 +4,7 @@
 
 # What building and running needs, what the tests need on top, and what the target's half of the tests needs.
 build_packages="g++ cmake ninja-build libgtest-dev libgmock-dev"
-test_packages="$build_packages libinih-dev libbenchmark-dev python3 mandoc gnuplot-nox"
+test_packages="$build_packages libinih-dev libbenchmark-dev mandoc gnuplot-nox lintian pkg-config"
 target_packages="g++-arm-linux-gnueabi googletest qemu-user"
 
 say() { printf '%s\n' "$*" >&2; }

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-# Debian packages (presets package and arm) and an archive to unpack on a board (preset arm-static):
+# Debian packages (presets host and arm) and an archive to unpack on a board (preset arm-static):
 #   cmake --build build/PRESET && cpack --config build/PRESET/CPackConfig.cmake -B build/PRESET/packages
 set(CPACK_PACKAGE_NAME camstat)
-set(CPACK_PACKAGE_CONTACT "The camStat authors <camstat@localhost.localdomain>")
+set(CPACK_PACKAGE_CONTACT "The camStat authors <camstat@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -26,14 +26,14 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${CPACK_PACKAGE_CONTACT})
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 if(CMAKE_CROSSCOMPILING)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armel)
-    set(needs_libc "libc6 (>= 2.34)") # the first with 64-bit time there
-else()
-    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 endif()
+# Named here, because CPack would add a script to each package whose dependencies it looks up: these need none.
+set(needs_libc "libc6 (>= 2.34)")
+set(needs_libstdcxx "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 
 # kel_package(COMPONENT NAME SECTION DEPENDS SUMMARY TEXT)
 set(CPACK_COMPONENTS_ALL "")
@@ -60,16 +60,36 @@ file(WRITE ${CMAKE_BINARY_DIR}/changelog.Debian "camstat (${PROJECT_VERSION}-1) 
 execute_process(COMMAND gzip -9nf ${CMAKE_BINARY_DIR}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
 
 kel_package(runtime camstat utils "${needs_libc}" "diagnostic and control tool of an IP-camera board"
-    "camStat prints what the camera's exposure and white balance are doing, switches IR LEDs and IR-cut filter, forces
-exposure and gains, resets the sensor and stresses the I2C link. camConf works on the image configuration, drvI2cTest on
-single registers.")
+    "camStat prints what the camera's exposure and white balance are doing,
+switches IR LEDs and IR-cut filter, forces exposure and gains, resets the
+sensor and stresses the I2C link. camConf works on the image
+configuration, drvI2cTest on single registers.")
 kel_package(library libkelisp${PROJECT_VERSION_MAJOR} libs "${needs_libc}" "camera library of an IP-camera board"
-    "The library under camStat: register access, conversions, sensor control and image configuration.")
+    "The library under camStat: register access, conversions, sensor control
+and image configuration.")
 kel_package(dev libkelisp-dev libdevel "libkelisp${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}-1)"
     "camera library of an IP-camera board (development files)"
-    "Headers, static library, pkg-config and CMake files of libkelisp, for C11 and C++20.")
+    "Headers, static library, pkg-config and CMake files of libkelisp, for C11
+and C++20.")
 if(KELISP_SIM)
-    kel_package(sim camsim utils "${needs_libc}" "simulated IP-camera board"
-        "Runs programs of the camera board on a PC: device nodes, registers, flash, faults on request, and a trace.")
+    kel_package(sim camsim utils "${needs_libstdcxx}" "simulated IP-camera board"
+        "Runs programs of the camera board on a PC: device nodes, registers,
+flash, faults on request, and a trace.")
 endif()
+
+# What other packages need of the library's, and the linker cache that follows its installation.
+file(WRITE ${CMAKE_BINARY_DIR}/shlibs
+    "libkelisp ${PROJECT_VERSION_MAJOR} libkelisp${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})\n")
+file(WRITE ${CMAKE_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/shlibs ${CMAKE_BINARY_DIR}/triggers)
+
+# Debian keeps manual pages compressed; a plain installation does not.
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+    install(CODE [[
+        file(GLOB pages "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/share/man/man*/*.[1-9]")
+        if(pages AND "$ENV{DESTDIR}" MATCHES "_CPack_Packages")
+            execute_process(COMMAND gzip -9nf ${pages} COMMAND_ERROR_IS_FATAL ANY)
+        endif()
+    ]] COMPONENT ${component})
+endforeach()
 include(CPack)

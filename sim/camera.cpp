@@ -52,7 +52,7 @@ constexpr RegisterValue kPowerOn[] = {
     {0x3D, 92},   {0x3E, 108},  // manual white balance for daylight
     {0x53, 0x03},               // noise reduction automatic, day/night switching on
     {0x56, 0x3F}, {0x58, 0x19}, {0x5A, 0x3F}, {0x5B, 0xAC},
-    {0x5C, 0x1C}, {0x5D, 160},  {0x5E, 96}, // night above gain 32, day below gain 8
+    {0x5C, 0x1C}, {0x5D, 112},  {0x5E, 64}, // night from gain 12, day from gain 4
     {0x71, 16},                             // EV 0
     {0x72, 32},                             // contrast in the middle
     {0x74, 64},                             // AE reference: a quarter of full scale
@@ -206,7 +206,7 @@ uint32_t CeilingLines(const BoardState &state, const Timing &timing)
     if ((AutoLongExp(state) || AeMaxExp(state)) && manual > 0) {
         return manual;
     }
-    return timing.lines - 1;
+    return timing.lines + 1; // a frame, just long enough for whole half-waves of 60 Hz lamps
 }
 
 bool HasFixedShutter(const BoardState &state)
