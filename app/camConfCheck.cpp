@@ -52,12 +52,10 @@ void CheckNumber(Report *report, const ConfKey &key, const char *value)
         PrintSafely(stdout, value, strlen(value));
         printf(" is no decimal number, taken as %d\n", number);
     }
-    if (number < key.low || number > key.high) {
+    const bool either = key.action == KeyAction::EitherNumber;
+    if (either ? number != key.low && number != key.high : number < key.low || number > key.high) {
         BeginFinding(report, key.name);
-        printf("%d is outside %d to %d\n", number, key.low, key.high);
-    } else if (key.step > 1 && (number - key.low) % key.step != 0) {
-        BeginFinding(report, key.name);
-        printf("%d is neither %d nor %d\n", number, key.low, key.high);
+        printf(either ? "%d is neither %d nor %d\n" : "%d is outside %d to %d\n", number, key.low, key.high);
     }
 }
 
@@ -76,6 +74,7 @@ void CheckValue(Report *report, const ConfKey &key, const char *value)
 {
     switch (key.action) {
     case KeyAction::Number:
+    case KeyAction::EitherNumber:
         CheckNumber(report, key, value);
         break;
     case KeyAction::Window:

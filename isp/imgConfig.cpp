@@ -176,6 +176,7 @@ void Act(ImgCfgStatus *record, const ConfKey &key, const char *value, LoadBudget
 {
     switch (key.action) {
     case KeyAction::Number:
+    case KeyAction::EitherNumber:
         if (value != nullptr)
             record->*key.field = kel::ParseDecimal(value);
         break;

@@ -14,19 +14,20 @@
 namespace kel
 {
 
-constexpr size_t kWindowCells = IMG_CFG_WINDOW_ROWS * IMG_CFG_WINDOW_COLUMNS;
+constexpr size_t kWindowCells = sizeof(ImgCfgStatus::aeWindow) / sizeof(int32_t);
 
 static_assert(sizeof(ImgCfgStatus) == 232 * sizeof(int32_t));
 
 using ConfField = int32_t ImgCfgStatus::*;
 
 enum class KeyAction : uint8_t {
-    Number,      ///< the field takes the decimal value
-    NotStored,   ///< accepted, nothing stored
-    Window,      ///< the exposure window
-    LoadDefault, ///< value 1 loads the factory file
-    LoadSystem,  ///< value 1 loads the system file
-    Echo,        ///< a debug line, nothing stored
+    Number,       ///< the field takes the decimal value
+    EitherNumber, ///< the same; nothing between low and high has an effect
+    NotStored,    ///< accepted, nothing stored
+    Window,       ///< the exposure window
+    LoadDefault,  ///< value 1 loads the factory file
+    LoadSystem,   ///< value 1 loads the system file
+    Echo,         ///< a debug line, nothing stored
 };
 
 struct ConfKey {
@@ -35,7 +36,6 @@ struct ConfKey {
     ConfField field = nullptr; ///< that the key names; null for keys without one and for the window
     int32_t low = INT32_MIN;   ///< numbers outside low to high act as one inside, or fail, in the applier
     int32_t high = INT32_MAX;
-    int32_t step = 1; ///< and so do numbers between the steps
 };
 
 // In the order of the key list, whose positions are the parser's results.
@@ -57,7 +57,7 @@ inline constexpr ConfKey kConfKeys[] = {
     {"2A_WB_SAVE", KeyAction::Number, &ImgCfgStatus::wbSave, 0, 1},
     {"2A_WB_R", KeyAction::Number, &ImgCfgStatus::wbR, 256, 4096},
     {"2A_WB_B", KeyAction::Number, &ImgCfgStatus::wbB, 256, 4096},
-    {"2A_DEFLICKER", KeyAction::Number, &ImgCfgStatus::deflicker, 50, 60, 10},
+    {"2A_DEFLICKER", KeyAction::EitherNumber, &ImgCfgStatus::deflicker, 50, 60},
     {"IMG_BRIGHTNESS", KeyAction::Number, &ImgCfgStatus::brightness, 0, 255},
     {"IMG_CONTRAST", KeyAction::Number, &ImgCfgStatus::contrast, 96, 160},
     {"IMG_SATURATION", KeyAction::Number, &ImgCfgStatus::saturation, 104, 152},

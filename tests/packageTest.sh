@@ -2,13 +2,14 @@
 # SPDX-License-Identifier: MIT
 #
 # Builds the packages of a build folder and treats them as a user would: lint, install into an empty root, use, remove.
-#   packageTest.sh SOURCE_FOLDER BUILD_FOLDER ARCHITECTURE [EMULATOR...]
+#   packageTest.sh SOURCE_FOLDER BUILD_FOLDER ARCHITECTURE C_COMPILER [EMULATOR...]
 # With CAMSIM set, the packaged camStat runs on that simulated board.
 set -eu
 source=$1
 build=$2
 architecture=$3
-shift 3
+compiler=$4
+shift 4
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -79,7 +80,6 @@ for program in kelisp_c kelisp_cxx kelisp_static_c kelisp_static_cxx; do
     [ "$("$@" "$work/use/$program")" = "2.404 141" ]
 done
 flags=$(PKG_CONFIG_PATH=$root/usr/lib/pkgconfig pkg-config --cflags --libs kelisp)
-compiler=$(sed -n 's/^CMAKE_C_COMPILER:[A-Z]*=//p' "$build/CMakeCache.txt")
 # shellcheck disable=SC2086
 "$compiler" -std=c11 -pedantic -Wall -Wextra -Werror "$work/use.c" $flags -o "$work/useByPkgConfig"
 

@@ -50,7 +50,14 @@ extern "C" int __wrap_fprintf(FILE *file, const char *format, ...)
     va_end(args);
     return result;
 }
-RECORDED(int, fstat, (int fd, struct stat *out), (fd, out), Board().openFiles.size() == 2, -1)
+// The second name is that of a 32-bit C library's call with 64-bit times.
+extern "C" int __wrap_fstat(int fd, struct stat *out)
+{
+    int result = 0;
+    const bool recorded = Board().openFiles.size() == 2;
+    return recorded && Board().Call("fstat", result) ? result : fstatat(fd, "", out, AT_EMPTY_PATH);
+}
+extern "C" int __wrap___fstat64_time64(int, struct stat *) __attribute__((alias("__wrap_fstat")));
 
 namespace
 {
