@@ -309,8 +309,8 @@ void ShowReadouts(BoardState &state, const Timing &timing)
     const double analog = Clamp(setting.analog, 1.0, 8.0);
     state.registers[0x11] = static_cast<uint8_t>(setting.frames);
     PutWord(state, 0x12, setting.lines);
-    PutWord(state, 0x14, static_cast<uint32_t>(4096.0 / analog + 0.5));
-    PutWord(state, 0x16, static_cast<uint32_t>(Clamp(setting.digital * 32.0 + 0.5, 0.0, 1023.0)));
+    PutWord(state, 0x14, RoundNear(4096.0 / analog));
+    PutWord(state, 0x16, RoundNear(Clamp(setting.digital * 32.0, 0.0, 1023.0)));
     const bool automatic = IsSet(state, 0x3C, 7);
     state.registers[0x18] = automatic ? WhiteCodeOfGain(state.live.blue) : state.registers[0x3E];
     state.registers[0x19] = automatic ? WhiteCodeOfGain(state.live.red) : state.registers[0x3D];

@@ -43,6 +43,12 @@ bool Refuse(std::string *problem, const std::string &text)
     return false;
 }
 
+// Into a field of the rule that is known to be long enough.
+template <size_t size> void CopyText(const std::string &text, char (*field)[size])
+{
+    memcpy(*field, text.c_str(), text.size() + 1);
+}
+
 std::string CallNames()
 {
     std::string names;
@@ -135,7 +141,7 @@ bool ApplyPlainWord(FaultRule *rule, const std::string &word, std::string *probl
         if (word.size() >= sizeof(rule->path)) {
             return Refuse(problem, "the path '" + word + "' is too long");
         }
-        strcpy(rule->path, word.c_str());
+        CopyText(word, &rule->path);
         return true;
     }
     if (word == "missing") {
@@ -241,7 +247,7 @@ bool ApplyHead(FaultRule *rule, const std::string &head, std::string *problem)
                Refuse(problem, "only the driver's version takes a value, as in cmem.version=0x02200000");
     }
     if (rule->calls == BitOf(Call::Flash)) {
-        strcpy(rule->path, kFlashPath);
+        CopyText(kFlashPath, &rule->path);
     }
     return true;
 }
@@ -256,7 +262,7 @@ bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem)
     if (text.size() >= sizeof(rule->text)) {
         return Refuse(problem, "the rule is too long");
     }
-    strcpy(rule->text, text.c_str());
+    CopyText(text, &rule->text);
     const std::vector<std::string> parts = Split(text, ":,");
     if (!ApplyHead(rule, parts[0], problem)) {
         return false;

@@ -6,6 +6,7 @@
 
 #include "sim/board.h"
 #include "sim/host.h"
+#include "sim/nodes.h"
 
 #include <string.h>
 
@@ -24,13 +25,6 @@ bool IsInRules(Call call)
         calls |= state->faults[i].used != 0 ? state->faults[i].calls : 0;
     }
     return (calls & BitOf(call)) != 0;
-}
-
-// The path itself, or something below it.
-bool IsBelow(const char *path, const char *folder)
-{
-    const size_t length = strlen(folder);
-    return strncmp(path, folder, length) == 0 && (path[length] == '\0' || path[length] == '/');
 }
 
 bool HasTarget(const FaultRule &rule, const Event &event)

@@ -6,6 +6,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -94,7 +95,9 @@ void *MapShared(int fd, size_t length)
 #else
     const long map = syscall(SYS_mmap, 0L, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0L);
 #endif
-    return map == -1 ? nullptr : reinterpret_cast<void *>(map);
+    void *address = nullptr;
+    memcpy(&address, &map, sizeof(address));
+    return map == -1 ? nullptr : address;
 }
 
 int MoveUp(int fd)

@@ -53,9 +53,10 @@ fs::path FindProgram(const std::string &name)
     if (IsFile(OwnFolder() / name)) {
         return OwnFolder() / name;
     }
-    std::istringstream folders(getenv("PATH") != nullptr ? getenv("PATH") : "");
+    const char *path = getenv("PATH");
+    std::istringstream folders(path != nullptr ? path : "");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        const fs::path candidate = fs::path(folder.empty() ? "." : folder) / name;
+        fs::path candidate = fs::path(folder.empty() ? "." : folder) / name;
         if (IsFile(candidate) && access(candidate.c_str(), X_OK) == 0) {
             return candidate;
         }

@@ -38,12 +38,6 @@ constexpr const char *kPlainDevices[] = {
     "/dev/null", "/dev/zero",  "/dev/full",   "/dev/random", "/dev/urandom", "/dev/tty", "/dev/pts",
     "/dev/ptmx", "/dev/stdin", "/dev/stdout", "/dev/stderr", "/dev/fd",      "/dev/shm", "/dev/log"};
 
-bool IsBelow(const char *path, const char *folder)
-{
-    const size_t length = strlen(folder);
-    return strncmp(path, folder, length) == 0 && (path[length] == '\0' || path[length] == '/');
-}
-
 template <size_t count>
 bool IsBelowAny(const char *path, const char *const (&folders)[count])
 {
@@ -69,6 +63,12 @@ NodeKind DeviceAt(const char *path)
 
 } // namespace
 
+bool IsBelow(const char *path, const char *folder)
+{
+    const size_t length = strlen(folder);
+    return strncmp(path, folder, length) == 0 && (path[length] == '\0' || path[length] == '/');
+}
+
 void FindPlace(const char *path, Place *place)
 {
     place->kind = NodeKind::None;
@@ -82,7 +82,7 @@ void FindPlace(const char *path, Place *place)
         place->kind = place->exists ? place->kind : NodeKind::Csl;
         // A harmless stand-in where a path is all that matters, and a path that nothing has where there is no
         // device.
-        strcpy(place->path, place->exists ? "/dev/null" : "");
+        snprintf(place->path, sizeof(place->path), "%s", place->exists ? "/dev/null" : "");
     } else if (IsBelowAny(path, kFolders)) {
         place->kind = NodeKind::File;
         place->exists = BoardPath(path, place->path, sizeof(place->path));

@@ -26,6 +26,9 @@ struct Place {
     char path[4200];                ///< the PC's path, unless kind is None
 };
 
+/// The path is the folder itself, or something below it.
+bool IsBelow(const char *path, const char *folder);
+
 /// Finds out where a path leads.
 void FindPlace(const char *path, Place *place);
 

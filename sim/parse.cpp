@@ -51,7 +51,8 @@ bool ParseTime(const std::string &text, uint32_t *us)
     if (factor == 0.0 || !ParseDecimal(text.substr(0, unitAt), 0.0, kHourUs / factor, &value)) {
         return false;
     }
-    *us = static_cast<uint32_t>(value * factor + 0.5);
+    const double rounded = value * factor + 0.5;
+    *us = static_cast<uint32_t>(rounded);
     return true;
 }
 

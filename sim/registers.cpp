@@ -77,7 +77,7 @@ void DescribeLines(uint32_t lines, char *text, size_t size)
     if (us <= 0.0) {
         snprintf(text, size, "no exposure");
     } else if (us < 1000000.0 / 1.5) {
-        snprintf(text, size, "%.2f us, 1/%d s", us, static_cast<int>(1000000.0 / us + 0.5));
+        snprintf(text, size, "%.2f us, 1/%u s", us, RoundNear(1000000.0 / us));
     } else {
         snprintf(text, size, "%.2f us, %.1f s", us, us / 1000000.0);
     }

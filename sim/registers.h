@@ -46,6 +46,13 @@ struct Field {
 inline constexpr double kLineUs = 1650.0 / 54.0;
 inline constexpr double kOffsetUs = 9.17;
 
+/// The nearest whole number to a positive value.
+inline uint32_t RoundNear(double value)
+{
+    const double shifted = value + 0.5;
+    return static_cast<uint32_t>(shifted);
+}
+
 /// All fields in address order, wider ones before the fields that they contain.
 const Field *FieldsBegin();
 const Field *FieldsEnd();

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <regex.h>
 #include <signal.h>
 #include <sstream>
 #include <sys/wait.h>
@@ -53,6 +54,16 @@ std::string ReadFile(const std::string &path)
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
+}
+
+bool Matches(const std::string &text, const std::string &expression)
+{
+    regex_t compiled;
+    if (regcomp(&compiled, expression.c_str(), REG_EXTENDED | REG_NOSUB) != 0)
+        abort();
+    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
 }
 
 int Count(const std::string &text, const std::string &part)

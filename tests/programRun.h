@@ -73,6 +73,9 @@ Outcome RunPlain(const Words &program);
 
 std::string ReadFile(const std::string &path);
 
+/// Whether the extended regular expression is found in `text`.
+bool Matches(const std::string &text, const std::string &expression);
+
 /// How often `part` stands in `text`.
 int Count(const std::string &text, const std::string &part);
 
