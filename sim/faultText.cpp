@@ -44,7 +44,8 @@ bool Refuse(std::string *problem, const std::string &text)
 }
 
 // Into a field of the rule that is known to be long enough.
-template <size_t size> void CopyText(const std::string &text, char (*field)[size])
+template <size_t size>
+void CopyText(const std::string &text, char (*field)[size])
 {
     memcpy(*field, text.c_str(), text.size() + 1);
 }
@@ -272,8 +273,12 @@ bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem)
             return false;
         }
     }
-    const bool needsEffect = rule->calls == BitOf(Call::Reflect) && rule->effect == Effect::Fail;
-    return !needsEffect || Refuse(problem, "reflect takes stuck or busy=TIME, as in reflect:busy=40ms");
+    const bool isState = rule->calls == BitOf(Call::Reflect) || rule->calls == BitOf(Call::Flash);
+    if (rule->calls == BitOf(Call::Reflect) && rule->effect == Effect::Fail) {
+        return Refuse(problem, "reflect takes stuck or busy=TIME, as in reflect:busy=40ms");
+    }
+    return !(isState && rule->effect == Effect::Delay) ||
+           Refuse(problem, "delay goes with a call, as in fopen:delay=5ms or i2c.read:delay=5ms");
 }
 
 bool AddFault(const FaultRule &rule, std::string *problem)

@@ -37,6 +37,12 @@ bool HasTarget(const FaultRule &rule, const Event &event)
     return rule.target == kAnyTarget;
 }
 
+// To every program on the board, or to this run.
+bool AppliesHere(const FaultRule &rule)
+{
+    return rule.run == 0 || rule.run == gBoard.run;
+}
+
 bool Matches(const FaultRule &rule, const Event &event)
 {
     return rule.used != 0 && (rule.calls & BitOf(event.call)) != 0 && AppliesHere(rule) &&
@@ -90,11 +96,6 @@ FaultRule *Decide(Event &event, Wanted wanted)
 bool HasRules()
 {
     return gBoard.state != nullptr && gBoard.state->faultCount > 0;
-}
-
-bool AppliesHere(const FaultRule &rule)
-{
-    return rule.run == 0 || rule.run == gBoard.run;
 }
 
 const FaultRule *PickRule(Event &event, Effect effect)

@@ -31,9 +31,6 @@ bool IsFlashFull(Event &event);
 /// Any rule is on this board: what a call is about is worth finding out.
 bool HasRules();
 
-/// A rule in words belongs to this process: to every program on the board, or to this run.
-bool AppliesHere(const FaultRule &rule);
-
 } // namespace sim
 
 #endif

@@ -100,6 +100,14 @@ void *MapShared(int fd, size_t length)
     return map == -1 ? nullptr : address;
 }
 
+bool MakeReadOnly(int fd, const char *path)
+{
+    const int readOnly = Open(path, O_RDONLY);
+    const bool good = readOnly >= 0 && syscall(SYS_dup3, readOnly, fd, 0L) >= 0;
+    Close(readOnly);
+    return good;
+}
+
 int MoveUp(int fd)
 {
 #ifdef SYS_fcntl64

@@ -23,6 +23,8 @@ long FileSize(int fd);
 bool Truncate(int fd);
 /// Maps `length` bytes of a file, shared, for reading and writing; null on failure.
 void *MapShared(int fd, size_t length);
+/// Makes a descriptor of the file at `path` read-only, under the same number.
+bool MakeReadOnly(int fd, const char *path);
 /// Moves a descriptor to a number above those that programs see, close-on-exec; or the negative errno.
 int MoveUp(int fd);
 

@@ -102,6 +102,7 @@ bool KeepNode(int fd, NodeKind kind, const char *path)
     Node &node = gNodes[fd];
     node.kind = kind;
     node.slave = 0;
+    node.full = false;
     snprintf(node.path, sizeof(node.path), "%s", path);
     return true;
 }

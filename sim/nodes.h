@@ -16,7 +16,8 @@ enum class NodeKind : uint8_t { None, I2c, Gio, Cmem, Csl, File };
 struct Node {
     NodeKind kind;
     uint8_t slave; ///< selected on a descriptor of the bus
-    char path[62]; ///< as the program named it
+    bool full;     ///< a file on a full flash: its descriptor cannot write, which is to look like ENOSPC
+    char path[61]; ///< as the program named it
 };
 
 /// Where a path of the program leads on this PC.

@@ -13,6 +13,7 @@
 #include "sim/board.h"
 #include "sim/event.h"
 #include "sim/faults.h"
+#include "sim/host.h"
 #include "sim/nodes.h"
 
 #include <dlfcn.h>
@@ -35,6 +36,26 @@
 
 namespace sim
 {
+
+/// Lets a new descriptor of a file on a full flash write no byte. The file stays a file, which /dev/full is
+/// not.
+inline void FillUp(int fd, const char *path)
+{
+    if (host::MakeReadOnly(fd, path)) {
+        NodeOf(fd)->full = true;
+    }
+}
+
+/// Makes a call that may write to a file on a full flash: the failure is one for want of room.
+template <class Real>
+auto CallOnFull(const Node &node, Real real)
+{
+    const int before = errno;
+    errno = 0;
+    const auto result = real();
+    errno = errno == 0 ? before : node.full && errno == EBADF ? ENOSPC : errno;
+    return result;
+}
 
 /// Makes a call on a path: where it is the board's, with its faults and its story. `real` takes the path on
 /// this PC and returns what the wrapped function does, negative with errno for a failure.

@@ -45,14 +45,12 @@ FILE *OpenStream(const char *path, const char *mode, Real real)
         Fail(event, ENOENT);
     } else if ((stream = real(place.path)) == nullptr) {
         Fail(event, errno);
-    } else if (isFile && ModeWrites(mode) && IsFlashFull(event)) {
-        fclose(stream);
-        stream = real("/dev/full");
-    }
-    if (stream != nullptr && !KeepNode(fileno(stream), place.kind, path)) {
+    } else if (!KeepNode(fileno(stream), place.kind, path)) {
         fclose(stream);
         stream = nullptr;
         Fail(event, EMFILE);
+    } else if (isFile && ModeWrites(mode) && IsFlashFull(event)) {
+        FillUp(fileno(stream), place.path);
     }
     Finish(event);
     return stream;
@@ -78,7 +76,7 @@ Result OnStream(Call call, FILE *stream, Result failure, Real real)
     }
     Event event(call, node->path, fileno(stream));
     if (!InjectFault(event)) {
-        return real();
+        return CallOnFull(*node, real);
     }
     stream->_flags |= kErrorMark;
     Finish(event);
@@ -223,7 +221,7 @@ SIM_WRAP(int, fclose, (FILE * stream))
     const int fd = fileno(stream);
     Event event(Call::Fclose, closed.path, fd);
     ForgetNode(fd);
-    const int result = SIM_NEXT(fclose)(stream);
+    const int result = CallOnFull(closed, [=] { return SIM_NEXT(fclose)(stream); });
     const int error = errno;
     if (!InjectFault(event)) {
         event.result = result;

@@ -54,13 +54,6 @@ bool TakesMode(int flags)
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
 }
 
-// On a full flash a file can be made, but no byte fits into it: /dev/full behaves so.
-int OpenOnFullFlash(int fd, int flags)
-{
-    host::Close(fd);
-    return host::Open("/dev/full", flags & (O_ACCMODE | O_NONBLOCK));
-}
-
 template <class Real>
 int OpenPath(const char *path, int flags, Real real)
 {
@@ -74,17 +67,14 @@ int OpenPath(const char *path, int flags, Real real)
     event.text = !OpensForWriting(flags) ? "for reading" : isFile ? "for writing" : "";
     if (!InjectFault(event) &&
         !(isFile && InjectFlashFault(event, OpensForWriting(flags) || MayCreate(flags)))) {
-        int fd = place.exists ? real(place.path) : -1;
-        const int error = place.exists ? errno : ENOENT;
-        if (fd >= 0 && isFile && OpensForWriting(flags) && IsFlashFull(event)) {
-            fd = OpenOnFullFlash(fd, flags);
-        }
+        const int fd = place.exists ? real(place.path) : -1;
+        event.error = place.exists ? errno : ENOENT;
+        event.result = fd;
         if (fd >= 0 && !KeepNode(fd, place.kind, path)) {
             host::Close(fd);
             Fail(event, EMFILE);
-        } else {
-            event.result = fd;
-            event.error = error;
+        } else if (fd >= 0 && isFile && OpensForWriting(flags) && IsFlashFull(event)) {
+            FillUp(fd, place.path);
         }
     }
     return static_cast<int>(Finish(event));
@@ -112,9 +102,8 @@ void *MapNode(const Node &node, size_t length, int flags, uint64_t offset, Real 
     uint64_t fileOffset = 0;
     void *map = MAP_FAILED;
     char path[4200];
-    const bool hasMemory = node.kind == NodeKind::Cmem || strcmp(node.path, "/dev/csl1") == 0;
     if (InjectFault(event)) {
-    } else if (!hasMemory || !FindMemory(node.kind, offset, length, &file, &fileOffset) ||
+    } else if (!FindMemory(node, offset, length, &file, &fileOffset) ||
                !BoardPath(file, path, sizeof(path))) {
         Fail(event, EINVAL);
     } else {
@@ -159,7 +148,7 @@ long MoveBytes(Call call, int fd, Real real)
         if (IsDevice(*node)) {
             Fail(event, EINVAL);
         } else {
-            event.result = real();
+            event.result = static_cast<long>(CallOnFull(*node, real));
             event.error = errno;
         }
     }

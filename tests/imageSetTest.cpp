@@ -207,7 +207,7 @@ TEST_F(Applier, EveryShutterTimeIsTheExactQuotient)
 TEST_F(Applier, MainsFrequencyWithoutTables)
 {
     Apply();
-    Change("2A_DEFLICKER=55,2A_AEC_EN=0,2A_AGC_EN=0");
+    Change("2A_DEFLICKER=55,2A_AEC_EN=0,2A_AGC_EN=0,2A_MAN_GAIN=3,2A_MAN_EXPOSURE=5");
     EXPECT_EQ(Reports([&] { EXPECT_EQ(Apply(), "w 30 80, w 34 00, w 39 00, w 3b 00"); }),
               "ImageSet: [kel_isp] ERROR: SetAE failed.\n");
     EXPECT_EQ(SetAE(&wanted), 0); // nothing differs any more, no table is needed
