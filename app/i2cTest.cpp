@@ -165,6 +165,7 @@ void RunI2cTest()
         kel::ReportStep("camStat", "pthread_create", -1, "main");
         return;
     }
+    pthread_detach(thread); // its end is told by the state, not by a join
     while (giI2cTestThreald.Load() != kFinished)
         kel::PauseUs(kWaitUs);
     fputs("=================  Finish I2C test. ================ \n", stderr);

@@ -11,10 +11,6 @@
 
 #include <stdio.h>
 
-// The formats stand in tables, each beside the getter whose type it fits.
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
-
 namespace
 {
 
@@ -36,8 +32,7 @@ void PrintExposure(const char *format, double timeUs)
     printf(format, timeUs, Reciprocal(timeUs));
 }
 
-// ---- Live readouts
-// -----------------------------------------------------------------------------------------------
+// ---- Live readouts ----
 
 void PrintCode(const char *format, double value)
 {
@@ -88,8 +83,7 @@ constexpr Readout kReadouts[] = {
     {AsDouble<InfoRawAvg>, PrintRawAverage, "Raw Average\t:\t%d (%.2f %% of 4096)\n", "InfoRawAvg"},
 };
 
-// ---- Automatic exposure and white balance
-// --------------------------------------------------------------------------
+// ---- Automatic exposure and white balance ----
 
 /// A line that shows a register field as it stands.
 struct FieldLine {

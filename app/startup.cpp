@@ -31,8 +31,8 @@ namespace camStat
 
 int StartBoard(const char *module)
 {
-    const auto fail = [module](const char *message) {
-        kel::ReportError(module, message, "main");
+    const auto fail = [module](const char *message, int line = __builtin_LINE()) {
+        kel::ReportError(module, message, "main", line);
         return -1;
     };
     OSA_init();

@@ -22,11 +22,8 @@ int FormatNow(char *buf, const char *format)
             localtime(&now)) // null only for a year that does not fit: the stamp is then all zero
         local = *shared;
     memset(buf, 0, KEL_STAMP_SIZE);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
     snprintf(buf, kStampLimit, format, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
              local.tm_min, local.tm_sec);
-#pragma GCC diagnostic pop
     return 0;
 }
 

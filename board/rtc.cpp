@@ -19,11 +19,7 @@ constexpr char kRtcWord[] = "rtc_time";
 void LogRtcFailure(const char *format)
 {
     openlog("camStat", LOG_PID | LOG_PERROR, LOG_USER);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#pragma GCC diagnostic ignored "-Wformat-security"
     syslog(LOG_ERR, format, kRtcPath);
-#pragma GCC diagnostic pop
     closelog();
 }
 

@@ -30,7 +30,7 @@ constexpr size_t Length(const char *text)
     return __builtin_strlen(text);
 }
 
-// ---- The key list and the ways into it
+// ---- The key list and the ways into it ----
 
 constexpr size_t ListSize()
 {
@@ -68,7 +68,8 @@ static_assert(kKeyList.position[kConfKeyCount - 1] == 451);
 static_assert(kKeyList.position[kConfKeyCount - 3] == kLoopBreakPosition);
 
 // Whole keys, which is what files hold, are found through a hash without collisions; everything else by the
-// search that defines what a key is.
+// search that defines what a key is. The search alone takes most of the time that loading a file takes
+// (confBench), because it passes over half of the list for every line.
 constexpr uint8_t Hash(const char *key, size_t length)
 {
     unsigned hash = 0;
@@ -127,7 +128,7 @@ Found FindKey(const char *key)
     return {-1, position};
 }
 
-// ---- Values
+// ---- Values ----
 
 bool IsOne(const char *value)
 {
@@ -143,7 +144,7 @@ void ParseWindow(ImgCfgStatus *record, const char *value)
         cell[i] = static_cast<unsigned char>(value[i]) - '0';
 }
 
-// ---- The parser
+// ---- The parser ----
 
 /// What is left for the loads that RESET and RELOAD start within one outermost call.
 struct LoadBudget {
@@ -217,7 +218,7 @@ int Parse(ImgCfgStatus *record, const char *key, const char *value, LoadBudget *
     return found.position;
 }
 
-// ---- Sources of settings
+// ---- Sources of settings ----
 
 int LoadFile(ImgCfgStatus *record, const char *path, LoadBudget *budget)
 {
@@ -284,7 +285,7 @@ int ImgCfgParseOptions(ImgCfgStatus *record, char *options)
     return 0;
 }
 
-// ---- Defaults and printout
+// ---- Defaults and printout ----
 
 void ImgCfgDefault(ImgCfgStatus *record)
 {
@@ -392,7 +393,7 @@ void ImgCfgPrint(const ImgCfgStatus *record)
     puts(kRule);
 }
 
-// ---- The day/night switch
+// ---- The day/night switch ----
 
 namespace
 {

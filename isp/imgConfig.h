@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT
  *
- * The image configuration: the record of all image settings with its defaults, the keys of the configuration
- * files
- * "/sysconf/conf.img" (current settings) and "/defconf/conf.img" (factory settings), the parser, the
- * printout, and the day/night switch that acts on a record. Applying a record to the camera is ispImageSet's.
+ * The image configuration: the record of all image settings with its defaults, the keys of the
+ * configuration files "/sysconf/conf.img" (current settings) and "/defconf/conf.img" (factory settings),
+ * the parser, the printout, and the day/night switch that acts on a record. Applying a record to the camera
+ * is ispImageSet's.
  *
  * The parser and the loaders overwrite only fields whose keys they meet, reject no value and report nothing
  * on standard error. With gfDebugFlag set they print debug lines on standard output.
@@ -61,7 +61,7 @@ typedef struct ImgCfgStatus {
     int32_t flip;     /**< IMG_FLIP, 0; nonzero: on */
     int32_t mirror;   /**< IMG_MIRROR, 0; nonzero: on */
     int32_t dnMode;   /**< 0; day/night: 0 and 4 by dnLs, 2 night, 3 by dnDi, others day. The day/night fields
-                         but   dnFps are the record's owner's: their keys are accepted and not stored */
+                         but dnFps are the record's owner's: their keys are accepted and not stored */
     int32_t dnBw;     /**< 1; 1: black and white at night */
     int32_t dnIcr;    /**< 1; 1: IR-cut filter and IR LEDs follow the night */
     int32_t dnFps;    /**< DN_FPS, 0; slow shutter of the auto exposure: 0 off, 1 to 5 */

@@ -23,8 +23,7 @@ KEL_DECLS_BEGIN
 /** An exposure compensation (or its code) is out of range. */
 #define CXD3193AR_BAD_EV (-99)
 
-/* ---- Block transfer --------------------------------------------------------------------------------------
- */
+/* ---- Block transfer ---- */
 
 extern uint8_t gbRegAddr[256];    /**< scratch: register addresses of the transfer under way */
 extern uint8_t gbRegValue[256];   /**< scratch: register values of the transfer under way */
@@ -70,8 +69,7 @@ int CXD3193AR_LogI2cErr(int attempt, int errCount, int64_t elapsedMs);
 /** The reflect group that register `reg` belongs to, as its bit; 0 for a register outside all groups. */
 uint8_t CXD3193AR_ReflectBit(uint8_t reg);
 
-/* ---- Register fields -------------------------------------------------------------------------------------
- */
+/* ---- Register fields ---- */
 
 /*
  * One accessor per row of registerMap.def. Values are right-aligned (a field of bits 5:4 is 0 to 3).
@@ -122,8 +120,7 @@ int CXD3193AR_Set_Tbl30(uint8_t startReg, const uint8_t *values);
 /** The luminance gamma curve: CXD3193AR_Set_Tbl30 at 0x75. */
 int CXD3193AR_Set_YGamma(const uint8_t *values);
 
-/* ---- Conversions: pure functions, safe from any thread
- * ------------------------------------------------------ */
+/* ---- Conversions: pure functions, safe from any thread ---- */
 
 /** One row of a gain table; row r stands for register code r, and gains ascend. */
 typedef struct GainTableEntry {

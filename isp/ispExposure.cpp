@@ -40,30 +40,32 @@ double DgainOf(uint8_t code)
 
 /// Reads a gain register; `step` names the accessor in the report of `function`.
 double GetGain(Getter get, double (*convert)(uint8_t), const char *step,
-               const char *function = __builtin_FUNCTION())
+               const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
 {
     uint8_t code = 0;
     const int status = get(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : convert(code);
+    return status < 0 ? FailSensorStep(step, status, function, line) : convert(code);
 }
 
 /// Writes an analog gain to its register.
-int PutAgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION())
+int PutAgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION(),
+             int line = __builtin_LINE())
 {
     const int found = CXD3193AR_AgainTable_Again2RegValue(gain);
     if (found < 0)
-        return FailSensorStep("CXD3193AR_AgainTable_Again2RegValue", found, function);
+        return FailSensorStep("CXD3193AR_AgainTable_Again2RegValue", found, function, line);
     const auto code = static_cast<uint8_t>(found);
     const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : 0;
+    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
 }
 
 /// Writes a digital gain to its register.
-int PutDgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION())
+int PutDgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION(),
+             int line = __builtin_LINE())
 {
     const uint8_t code = CXD3193AR_Dgain2RegValue(gain);
     const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : 0;
+    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
 }
 
 /// One half of a total gain: which setter takes it, and its name in a report.
@@ -73,14 +75,15 @@ struct GainStep {
 };
 
 /// Splits a total gain: the analog gain as far as it goes, the digital gain for the rest.
-int SplitGain(double total, GainStep analog, GainStep digital, const char *function = __builtin_FUNCTION())
+int SplitGain(double total, GainStep analog, GainStep digital, const char *function = __builtin_FUNCTION(),
+              int line = __builtin_LINE())
 {
     const bool analogAlone = total <= kMaxAgain;
     int status = analog.set(analogAlone ? total : kMaxAgain);
     if (status < 0)
-        return FailSensorStep(analog.name, status, function);
+        return FailSensorStep(analog.name, status, function, line);
     status = digital.set(analogAlone ? kMinGain : total / kMaxAgain);
-    return status < 0 ? FailSensorStep(digital.name, status, function) : 0;
+    return status < 0 ? FailSensorStep(digital.name, status, function, line) : 0;
 }
 
 double TotalGainOfIndex(int index)
@@ -196,8 +199,8 @@ int SetMinAgain(double gain)
 
 int SetMaxGain(double totalGain)
 {
-    const double total = totalGain >= kMinGain ? Clamp(totalGain, kMinGain, kMaxTotalGain) : kMinGain;
-    return SplitGain(total, {SetMaxAgn, "SetMaxAgn"}, {SetMaxDgn, "SetMaxDgn"});
+    return SplitGain(Clamp(totalGain, kMinGain, kMaxTotalGain), {SetMaxAgn, "SetMaxAgn"},
+                     {SetMaxDgn, "SetMaxDgn"});
 }
 
 int SetManGain(double totalGain)

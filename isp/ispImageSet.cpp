@@ -10,6 +10,7 @@
 #include "isp/imgConfigKeys.h"
 #include "isp/ispCXD3193AR.h"
 #include "isp/ispSensor.h"
+#include "isp/ispSensorStep.h"
 #include "isp/sysconf.h"
 #include "platform/decimal.h"
 #include "platform/report.h"
@@ -25,13 +26,13 @@ constexpr char kModule[] = "ispImageSet";
 constexpr double kGainUnit = 512.0;       // stored white-balance gains are gain x 512
 constexpr uint32_t kWbHoldUs = 50 * 1000; // for the held gains to settle before they are read
 
-// ---- Reports
+// ---- Reports ----
 
 /// Reports a failed step of ImageSet; processing goes on.
-void Check(int status, const char *step)
+void Check(int status, const char *step, int line = __builtin_LINE())
 {
     if (status < 0)
-        kel::ReportStep(kModule, step, status, "ImageSet");
+        kel::ReportStep(kModule, step, status, "ImageSet", line);
 }
 
 void DebugLine(const char *text)
@@ -46,7 +47,7 @@ void DebugValue(const char *name, int32_t value)
         printf("[kel_isp] %s = %d\n", name, value);
 }
 
-// ---- Groups of fields
+// ---- Groups of fields ----
 
 struct NamedField {
     ConfField field;
@@ -91,23 +92,18 @@ constexpr Level kFlip = {&ImgCfgStatus::flip, SetFlip, false, "ERROR: SetFlip", 
 constexpr Level kBacklight = {&ImgCfgStatus::extBlc, SetBlcIndex, false, "ERROR: SetBlcIndex", nullptr};
 constexpr Level kWdr = {&ImgCfgStatus::extWdr, SetWdr, false, "SetWdr", "WDR"};
 
-int Clamp255(int value)
-{
-    return value < 0 ? 0 : value > 255 ? 255 : value;
-}
-
 void ApplyLevel(const ImgCfgStatus *wanted, const Level &level)
 {
     const int32_t value = wanted->*level.field;
     if (gtImgCfgStatus.*level.field == value)
         return;
-    Check(level.set(level.clamp ? Clamp255(value) : value), level.step);
+    Check(level.set(level.clamp ? kel::Clamp(value, 0, 255) : value), level.step);
     gtImgCfgStatus.*level.field = value;
     if (level.debugName != nullptr)
         DebugValue(level.debugName, value);
 }
 
-// ---- Saturation, day and night
+// ---- Saturation, day and night ----
 
 constexpr NamedField kDayNightFields[] = {
     {&ImgCfgStatus::saturation, "SATURATION"},
@@ -150,7 +146,7 @@ void ApplyDayNight(const ImgCfgStatus *wanted)
     CopyGroup(wanted, kDayNightFields);
 }
 
-// ---- Noise filter
+// ---- Noise filter ----
 
 void ApplyNoiseFilter(const ImgCfgStatus *wanted)
 {
@@ -168,7 +164,7 @@ void ApplyNoiseFilter(const ImgCfgStatus *wanted)
     }
 }
 
-// ---- Exposure and gain
+// ---- Exposure and gain ----
 
 constexpr NamedField kExposureFields[] = {
     {&ImgCfgStatus::aecEn, "AEC"},          {&ImgCfgStatus::agcEn, "AGC"},
@@ -322,7 +318,7 @@ void ApplyExposure(const ImgCfgStatus *wanted)
     CopyGroup(wanted, kExposureFields);
 }
 
-// ---- White balance
+// ---- White balance ----
 
 void SetWbAuto(uint8_t on)
 {

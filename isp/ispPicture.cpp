@@ -62,31 +62,32 @@ uint8_t AperturePositiveGain(uint8_t apertureGain)
 }
 
 int SetWbGain(double gain, int (*set)(const uint8_t *), const char *step,
-              const char *function = __builtin_FUNCTION())
+              const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
 {
     const int found = CXD3193AR_WbTable_Gain2RegValue(gain);
     if (found < 0)
-        return FailSensorStep("CXD3193AR_WbTable_Gain2RegValue", found, function);
+        return FailSensorStep("CXD3193AR_WbTable_Gain2RegValue", found, function, line);
     const auto code = static_cast<uint8_t>(found);
     const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : 0;
+    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
 }
 
-double GetWbGain(int (*get)(uint8_t *), const char *step, const char *function = __builtin_FUNCTION())
+double GetWbGain(int (*get)(uint8_t *), const char *step, const char *function = __builtin_FUNCTION(),
+                 int line = __builtin_LINE())
 {
     uint8_t code = 0;
     const int status = get(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : CXD3193AR_WbTable_RegValue2Gain(code);
+    return status < 0 ? FailSensorStep(step, status, function, line) : CXD3193AR_WbTable_RegValue2Gain(code);
 }
 
 int SetSwitchLevel(int level, int (*set)(const uint8_t *), const char *step,
-                   const char *function = __builtin_FUNCTION())
+                   const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
 {
     if (level < 0 || level > kMaxLevel)
         return KEL_SENSOR_REJECTED;
     const auto code = static_cast<uint8_t>(level);
     const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : 0;
+    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
 }
 
 } // namespace

@@ -33,20 +33,21 @@ double TimeOfLines(uint16_t lines)
 /// Reads one readout and converts it; `step` names the accessor in the report of `function`.
 template <typename Code>
 double ReadOut(int (*read)(Code *), double (*convert)(Code), const char *step,
-               const char *function = __builtin_FUNCTION())
+               const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
 {
     Code code = 0;
     const int status = read(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : convert(code);
+    return status < 0 ? FailSensorStep(step, status, function, line) : convert(code);
 }
 
 /// Reads one readout that is passed on as a code.
 template <typename Code>
-int ReadOutCode(int (*read)(Code *), const char *step, const char *function = __builtin_FUNCTION())
+int ReadOutCode(int (*read)(Code *), const char *step, const char *function = __builtin_FUNCTION(),
+                int line = __builtin_LINE())
 {
     Code code = 0;
     const int status = read(&code);
-    return status < 0 ? FailSensorStep(step, status, function) : code;
+    return status < 0 ? FailSensorStep(step, status, function, line) : code;
 }
 
 } // namespace

@@ -22,8 +22,7 @@ KEL_DECLS_BEGIN
 /** An exposure longer than this, in microseconds, takes whole frames (a little above 1/30 s). */
 #define KEL_LONG_EXPOSURE_US 33335.0
 
-/* ---- Initialisation and reset
- * ------------------------------------------------------------------------------- */
+/* ---- Initialisation and reset ---- */
 
 /**
  * Zeroes gtSensorInfo, reads the sensor type (register 0x0E), stores the timing preset of type 6 (30 fps) or
@@ -42,8 +41,7 @@ int SensorInit(void);
  */
 int ResetSensor(void);
 
-/* ---- Exposure and gain
- * -------------------------------------------------------------------------------------- */
+/* ---- Exposure and gain ---- */
 
 /** Manual exposure time in microseconds: lines x lineTimeUs - offsetTimeUs. A register of 0 lines is
  * negative. */
@@ -99,8 +97,7 @@ int SetMaxGain(double totalGain);
 
 /**
  * Sets the manual gain from one total gain, split like SetMaxGain's. Outside 1.0 to 253.501875 (or NaN) it
- * prints
- * "[kel_isp] Gain < Min ||  Gain > Max.\n", writes nothing and returns KEL_SENSOR_REJECTED.
+ * prints "[kel_isp] Gain < Min ||  Gain > Max.\n", writes nothing and returns KEL_SENSOR_REJECTED.
  */
 int SetManGain(double totalGain);
 
@@ -108,8 +105,7 @@ int SetManGain(double totalGain);
 int SetMaxGainIndex(int index);
 int SetManGainIndex(int index);
 
-/* ---- White balance, picture, day/night
- * ---------------------------------------------------------------------- */
+/* ---- White balance, picture, day/night ---- */
 
 /** Sets the manual white-balance gain, red or blue; outside 0.5 to 8.0 it fails with CXD3193AR_FAILED. */
 int SetMnlWbrGain(double gain);
@@ -167,8 +163,7 @@ int SetMirror(int on);
 int SetNight2Day(int level);
 int SetDay2Night(int level);
 
-/* ---- Live readouts
- * ------------------------------------------------------------------------------------------ */
+/* ---- Live readouts ---- */
 
 /*
  * What the processor's automatic exposure and white balance are doing now. Besides transfer failures they

@@ -20,7 +20,7 @@ namespace kel
 template <typename T>
 constexpr T Clamp(T value, T low, T high)
 {
-    if (value < low)
+    if (!(value >= low)) // so that NaN is held, too
         return low;
     return value > high ? high : value;
 }

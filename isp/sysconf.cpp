@@ -64,6 +64,8 @@ void CopyValue(const char *text, char *value)
 /// owners refuses even that.
 bool CopyOwnerAndMode(int from, int to)
 {
+    if (from < 0 || to < 0)
+        return true; // a stream without a descriptor has neither
     struct stat wanted;
     struct stat have;
     if (fstat(from, &wanted) != 0 || fstat(to, &have) != 0)
@@ -175,10 +177,9 @@ int sysconf_fset(const char *path, const char *key, const char *value)
         errno = ENAMETOOLONG;
     FILE *temp = nameFits ? fopen(tempName, "w") : nullptr;
     if (temp == nullptr) {
-        const int openErrno = errno;
+        Fail("Can not create a temp file for write.");
         fclose(source);
-        errno = openErrno;
-        return Fail("Can not create a temp file for write.");
+        return -1;
     }
 
     if (!WriteCopy(source, temp, key, value)) {

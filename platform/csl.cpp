@@ -11,15 +11,15 @@
 static_assert(sizeof(void *) != 4 || sizeof(CSL_VpssHndl) == 52, "the layout with 32-bit pointers");
 static_assert(sizeof(void *) != 4 || sizeof(CSL_RegsHndl) == 8, "the layout with 32-bit pointers");
 
-CSL_VpssHndl gCSL_vpssHndl;
-CSL_RegsHndl gCSL_rszHndl;
-CSL_DevHndl gCSL_ipipeHndl;
-CSL_DevHndl gCSL_ccdcHndl;
-CSL_RegsHndl gCSL_ipipeifHndl;
-CSL_DevHndl gCSL_h3aHndl;
-CSL_DevHndl gCSL_ldcHndl;
-CSL_DevHndl gCSL_faceDetectHndl;
-CSL_DevHndl gCSL_gpioHndl;
+CSL_VpssHndl gCSL_vpssHndl = {-1, CSL_VPSS_LENGTH, CSL_VPSS_PHYS_BASE, nullptr, {}};
+CSL_RegsHndl gCSL_rszHndl = {nullptr, -1};
+CSL_DevHndl gCSL_ipipeHndl = {-1};
+CSL_DevHndl gCSL_ccdcHndl = {-1};
+CSL_RegsHndl gCSL_ipipeifHndl = {nullptr, -1};
+CSL_DevHndl gCSL_h3aHndl = {-1};
+CSL_DevHndl gCSL_ldcHndl = {-1};
+CSL_DevHndl gCSL_faceDetectHndl = {-1};
+CSL_DevHndl gCSL_gpioHndl = {-1};
 volatile uint32_t *csl_h3aRegs;
 
 namespace
@@ -51,14 +51,13 @@ int OpenModuleWithRegs(CSL_RegsHndl *handle, unsigned module, int block)
 int OpenVpss()
 {
     CSL_VpssHndl &vpss = gCSL_vpssHndl;
-    vpss = {};
-    vpss.length = CSL_VPSS_LENGTH;
-    vpss.physBase = CSL_VPSS_PHYS_BASE;
+    vpss = {-1, CSL_VPSS_LENGTH, CSL_VPSS_PHYS_BASE, nullptr, {}};
+    csl_h3aRegs = nullptr;
     if (OpenModule(&vpss.fd, 1) != 0)
         return -1;
     void *base = mmap(nullptr, CSL_VPSS_LENGTH, PROT_READ | PROT_WRITE, MAP_SHARED, vpss.fd,
                       static_cast<off_t>(CSL_VPSS_PHYS_BASE));
-    if (base == MAP_FAILED)
+    if (base == MAP_FAILED || base == nullptr)
         return -1;
     vpss.base = static_cast<uint8_t *>(base);
     for (int i = 0; i < CSL_VPSS_BLOCKS; ++i)

@@ -294,6 +294,7 @@ TEST_F(Store, MessagesAndRefusals)
         std::ofstream(board.RealPath(file)) << "K=5\n";
     const auto expect = [&](const std::string &message, int status) {
         Lines lines = board.Take();
+        std::erase_if(lines, [](const std::string &line) { return line.starts_with("fclose"); });
         lines.erase(lines.begin(), lines.end() - std::min<long>(3, static_cast<long>(lines.size())));
         EXPECT_EQ(lines, Lines({"openlog camStat 33 8", "syslog 3 " + message, "closelog"}));
         EXPECT_EQ(status, -1) << message;
