@@ -3,6 +3,8 @@
 // camConf looks at, changes and applies image configuration files. Here: the command line and the help.
 #include "app/camConf.h"
 
+#include "app/startup.h"
+
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
@@ -145,6 +147,7 @@ int camConf::Fail(const char *what, const char *why)
 
 int main(int argc, char **argv)
 {
+    camStat::HoldStandardDescriptors();
     const int status = Run(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return camConf::Fail("standard output");

@@ -50,7 +50,7 @@ struct Run {
     int64_t startMs; // of the run, then of the last exposure switch
     int64_t nowMs;
     int iteration;
-    int switches;
+    int nextValues;             // of kSwitched, at the next switch
     char summary[kSummarySize]; // of the last iteration; empty before the first
 };
 
@@ -69,7 +69,7 @@ void TakeMs(int64_t *ms)
 
 bool StopRequested()
 {
-    if (giCamStatTerm.Load() != 1)
+    if (kel::LoadWord(giCamStatTerm) != 1)
         return false;
     printf("%s received SIGTERM!\n", "camStat"); // the same line for SIGINT
     return true;
@@ -79,10 +79,10 @@ void SwitchExposureValues(Run &run)
 {
     if (run.nowMs - run.startMs <= kSwitchAfterMs)
         return;
-    const ExposureValues &values = kSwitched[run.switches % 2];
+    const ExposureValues &values = kSwitched[run.nextValues];
     gdbShutter = values.shutterUs;
     gdbSensorAgain = values.again;
-    run.switches ^= 1;
+    run.nextValues ^= 1;
     run.startMs = run.nowMs;
 }
 
@@ -140,7 +140,7 @@ void CaptureKernelLog(const char *stamp)
 
 void *I2cTestThread(void *)
 {
-    giI2cTestThreald.Store(kRunning);
+    kel::StoreWord(giI2cTestThreald, kRunning);
     gdbSensorDgain = 1.0;
     Run run = {};
     RunShell(kClearKernelLog); // the capture at the end then holds this run's messages only
@@ -151,7 +151,7 @@ void *I2cTestThread(void *)
     GetTimeStamp(run.now); // the form for file names
     if (SaveResult(run, run.now))
         CaptureKernelLog(run.now);
-    giI2cTestThreald.Store(kFinished);
+    kel::StoreWord(giI2cTestThreald, kFinished);
     return nullptr;
 }
 
@@ -166,7 +166,7 @@ void RunI2cTest()
         return;
     }
     pthread_detach(thread); // its end is told by the state, not by a join
-    while (giI2cTestThreald.Load() != kFinished)
+    while (kel::LoadWord(giI2cTestThreald) != kFinished)
         kel::PauseUs(kWaitUs);
     fputs("=================  Finish I2C test. ================ \n", stderr);
 }

@@ -7,6 +7,7 @@
 #include "isp/ispCXD3193AR.h"
 #include "platform/decimal.h"
 
+#include <errno.h>
 #include <getopt.h>
 #include <signal.h>
 #include <stdio.h>
@@ -202,15 +203,17 @@ void Usage()
 void SigHandler(int signalNumber)
 {
     if (gfDebugFlag != 0) {
-        // write, not printf: the signal may have come in the middle of a printf.
+        // write, not printf: the signal may have come in the middle of a printf. A line that cannot be written is
+        // nobody's loss.
         static constexpr char kInt[] = "[camStat] INFO: SIGINT!\n";
         static constexpr char kTerm[] = "[camStat] INFO: SIGTERM!\n";
-        const bool interrupt = signalNumber == SIGINT;
-        const ssize_t written = interrupt ? write(STDOUT_FILENO, kInt, sizeof kInt - 1)
-                                          : write(STDOUT_FILENO, kTerm, sizeof kTerm - 1);
-        static_cast<void>(written); // a debug line that cannot be written is nobody's loss
+        const int interruptedErrno = errno;
+        const ssize_t written = signalNumber == SIGINT ? write(STDOUT_FILENO, kInt, sizeof kInt - 1)
+                                                       : write(STDOUT_FILENO, kTerm, sizeof kTerm - 1);
+        static_cast<void>(written);
+        errno = interruptedErrno;
     }
-    giCamStatTerm.Store(1);
+    kel::StoreWord(giCamStatTerm, 1);
 }
 
 namespace camStat

@@ -10,8 +10,12 @@
 #include "platform/osa.h"
 #include "platform/report.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -60,6 +64,15 @@ void StopBoard()
 {
     DrvI2cClose(&gtI2cHndl);
     StopCmem();
+}
+
+void HoldStandardDescriptors()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        struct stat info;
+        if (fstat(fd, &info) != 0 && errno == EBADF && open("/dev/null", O_RDWR) < 0)
+            return;
+    }
 }
 
 void InstallStopHandler(void (*handler)(int))

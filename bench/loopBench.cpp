@@ -74,11 +74,11 @@ double TestRate()
     const int terminal = dup(STDOUT_FILENO);
     dup2(fileno(output), STDOUT_FILENO);
 
-    giCamStatTerm.Store(0);
+    kel::StoreWord(giCamStatTerm, 0);
     const Clock::time_point start = Clock::now();
     std::thread test(I2cTestThread, nullptr);
     std::this_thread::sleep_for(kTurn);
-    giCamStatTerm.Store(1);
+    kel::StoreWord(giCamStatTerm, 1);
     test.join();
     const double seconds = SecondsSince(start);
 

@@ -5,7 +5,7 @@
 # What building and running needs, what the tests need on top, and what the target's half of the tests needs.
 build_packages="g++ cmake ninja-build libgtest-dev libgmock-dev"
 test_packages="$build_packages libinih-dev libbenchmark-dev mandoc gnuplot-nox lintian pkg-config"
-target_packages="g++-arm-linux-gnueabi googletest qemu-user"
+target_packages="g++-arm-linux-gnueabi googletest qemu-user musl-dev:armel"
 
 say() { printf '%s\n' "$*" >&2; }
 
@@ -13,18 +13,21 @@ as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
 
-# install_missing PACKAGE...
+# install_missing PACKAGE[:ARCHITECTURE]...
 install_missing() {
-    installed=$(dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null || true)
+    installed=$(dpkg-query -W -f '/${Package}/${Package}:${Architecture}/${db:Status-Status}\n' "$@" 2>/dev/null || true)
     missing=""
     for package in "$@"; do
         case "$installed" in
-        *"$package installed"*) ;;
+        */"$package"/*installed*) ;;
         *) missing="$missing $package" ;;
         esac
     done
     [ -n "$missing" ] || return 0
     say "Installing:$missing"
+    case "$missing" in
+    *:armel*) as_root dpkg --add-architecture armel ;;
+    esac
     as_root apt-get update -q >/dev/null
     # shellcheck disable=SC2086
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing >/dev/null

@@ -15,7 +15,7 @@ static_assert(offsetof(DrvI2cXfer, regAddr) == sizeof(void *));
 static_assert(offsetof(DrvI2cXfer, regValue) == 2 * sizeof(void *));
 static_assert(sizeof(DrvI2cXfer) == 3 * sizeof(void *));
 
-DrvI2cHndl gtI2cHndl = {-1};
+DrvI2cHndl gtI2cHndl;
 
 namespace
 {

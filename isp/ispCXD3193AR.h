@@ -74,10 +74,13 @@ uint8_t CXD3193AR_ReflectBit(uint8_t reg);
 /*
  * One accessor per row of registerMap.def. Values are right-aligned (a field of bits 5:4 is 0 to 3).
  *
- *   int CXD3193AR_Get_<name>(uint8_t *value)        reads the register; value = the field, shifted to bit 0
- *   int CXD3193AR_Set_<name>(const uint8_t *value)  writes the field; bits of *value that do not fit are
- * dropped int CXD3193AR_Info_<name>(uint8_t *value)       live readout; first switches the information output
- * back to 0 (register 0xCC) when the mirror infoOut says that it is not
+ *   int CXD3193AR_Get_<name>(uint8_t *value)
+ *       reads the register; *value = the field, shifted to bit 0
+ *   int CXD3193AR_Set_<name>(const uint8_t *value)
+ *       writes the field; bits of *value that do not fit are dropped
+ *   int CXD3193AR_Info_<name>(uint8_t *value)
+ *       live readout; first switches the information output back to 0 (register 0xCC) when the mirror infoOut
+ *       says that it is not
  *
  * 16-bit fields take uint16_t, blocks an array of the row's length. All return 0 or the status of the
  * transfer that failed (CXD3193AR_FAILED); Info accessors also CXD3193AR_GATE_OPEN. On failure outputs and

@@ -12,7 +12,7 @@ SensorInfo gtSensorInfo;
 namespace
 {
 
-enum class Setter : uint8_t { plain, rmw };
+enum class Setter : uint8_t { plain, rmw, readout };
 
 enum class Mirror : uint8_t { none, extGioEnable, infoOut, longExpFrames, cisType, nrAuto, dayNightOn };
 
@@ -32,7 +32,7 @@ struct Field {
 constexpr Field kFields[] = {
 #define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
     {reg, high, low, Setter::setter, Mirror::mirror},
-#define KEL_READOUT(reg, high, low, name, meaning) {reg, high, low, Setter::plain, Mirror::none},
+#define KEL_READOUT(reg, high, low, name, meaning) {reg, high, low, Setter::readout, Mirror::none},
 #include "isp/registerMap.def"
 };
 
@@ -57,7 +57,7 @@ constexpr bool PlainSettersOwnTheirRegister()
 {
     for (const Field &a : kFields)
         for (const Field &b : kFields)
-            if (&a != &b && a.reg == b.reg && a.setter == Setter::plain && a.reg >= 0x20)
+            if (&a != &b && a.reg == b.reg && a.setter == Setter::plain)
                 return false;
     return true;
 }
@@ -126,6 +126,7 @@ constexpr Masks MakeMasks(size_t first, uint8_t firstMask, uint8_t restMask)
     return masks;
 }
 
+// Under the names that the map uses.
 constexpr Masks whole = MakeMasks(0, 0, 0xFF);
 constexpr Masks blk55 = {{0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F}};
 constexpr Masks blk9D = MakeMasks(0, 0, 0x3F);
@@ -293,7 +294,7 @@ constexpr Field kNrDn = {0x53, 1, 0, Setter::plain, Mirror::none};
 #define KEL_READOUT(reg, high, low, name, meaning)                                                           \
     int CXD3193AR_Info_##name(uint8_t *value)                                                                \
     {                                                                                                        \
-        return ReadOutField({reg, high, low, Setter::plain, Mirror::none}, value);                           \
+        return ReadOutField({reg, high, low, Setter::readout, Mirror::none}, value);                         \
     }
 #define KEL_READOUT_WORD(reg, bits, name, meaning)                                                           \
     int CXD3193AR_Info_##name(uint16_t *value)                                                               \

@@ -61,39 +61,35 @@ constexpr bool RangesAscendToLastRegister()
 }
 static_assert(RangesAscendToLastRegister());
 
-/// Milliseconds since a start, through a clock that may fail. A reading that fails counts as no time passed
-/// since the reading before; when the start itself could not be read, the first reading that succeeds takes
-/// its place. So a broken clock can neither end a wait early nor put nonsense into the log.
-class Stopwatch
-{
-  public:
-    bool Start()
-    {
-        started_ = GetMsFromStart(&startMs_) >= 0;
-        return started_;
-    }
-
-    /// Takes the time; false when the clock could not be read.
-    bool Take()
-    {
-        int64_t nowMs = 0;
-        if (GetMsFromStart(&nowMs) < 0)
-            return false;
-        if (!started_) {
-            startMs_ = nowMs;
-            started_ = true;
-        }
-        elapsedMs_ = nowMs - startMs_;
-        return true;
-    }
-
-    int64_t ElapsedMs() const { return elapsedMs_; }
-
-  private:
-    int64_t startMs_ = 0;
-    int64_t elapsedMs_ = 0;
-    bool started_ = false;
+/// Milliseconds since a start, through a clock that may fail. A reading that fails counts as no time passed since the
+/// reading before; when the start itself could not be read, the first reading that succeeds takes its place. So a
+/// broken clock can neither end a wait early nor put nonsense into the log.
+struct Stopwatch {
+    int64_t startMs;
+    int64_t elapsedMs;
+    bool started;
 };
+
+bool StartWatch(Stopwatch *watch)
+{
+    *watch = {};
+    watch->started = GetMsFromStart(&watch->startMs) >= 0;
+    return watch->started;
+}
+
+/// Takes the time; false when the clock could not be read.
+bool TakeTime(Stopwatch *watch)
+{
+    int64_t nowMs = 0;
+    if (GetMsFromStart(&nowMs) < 0)
+        return false;
+    if (!watch->started) {
+        watch->startMs = nowMs;
+        watch->started = true;
+    }
+    watch->elapsedMs = nowMs - watch->startMs;
+    return true;
+}
 
 /// One transfer under way: what is repeated, and how its failure reads.
 struct Attempted {
@@ -139,7 +135,7 @@ void PrintAttemptFailure(const Attempted &what, int64_t elapsedMs)
 int TransferScratch(const Attempted &what)
 {
     Stopwatch watch;
-    if (!watch.Start())
+    if (!StartWatch(&watch))
         PrintClockFailure();
     for (int attempt = 0;; ++attempt) {
         const int status = what.transfer(&gtI2cHndl, gbRegAddr, gbRegValue, static_cast<uint8_t>(what.count));
@@ -147,11 +143,11 @@ int TransferScratch(const Attempted &what)
             kel::PauseUs(kAttemptPauseUs);
             return 0;
         }
-        if (!watch.Take())
+        if (!TakeTime(&watch))
             PrintClockFailure();
-        PrintAttemptFailure(what, watch.ElapsedMs());
+        PrintAttemptFailure(what, watch.elapsedMs);
         ++giI2cErrCount;
-        CXD3193AR_LogI2cErr(attempt, giI2cErrCount, watch.ElapsedMs());
+        CXD3193AR_LogI2cErr(attempt, giI2cErrCount, watch.elapsedMs);
         kel::PauseUs(kAttemptPauseUs);
         if (attempt >= giI2cErrRetry)
             return CXD3193AR_FAILED;
@@ -167,7 +163,7 @@ bool ReflectPending(const uint8_t *reflect)
 int AwaitReflect(const char *function)
 {
     Stopwatch watch;
-    if (!watch.Start())
+    if (!StartWatch(&watch))
         Refuse("[kel_isp] Error: GetMsFromStart failed.\n", function);
     for (int polls = 0; polls < kReflectMaxPolls; ++polls) {
         uint8_t reflect[kReflectRegs] = {};
@@ -177,9 +173,9 @@ int AwaitReflect(const char *function)
         if (!ReflectPending(reflect))
             return 0;
         kel::PauseUs(kReflectPollUs);
-        if (!watch.Take() || watch.ElapsedMs() < 0)
+        if (!TakeTime(&watch) || watch.elapsedMs < 0)
             Refuse("[kel_isp] Error: dwEnd < 0 || dwEnd < dwStart.\n", function);
-        if (watch.ElapsedMs() > kReflectLimitMs)
+        if (watch.elapsedMs > kReflectLimitMs)
             return Refuse("[kel_isp] Error: Read reflect registers timeout.\n", function);
     }
     return Refuse("[kel_isp] Error: Read reflect registers timeout count.\n", function);
