@@ -28,9 +28,15 @@ install_missing() {
     case "$missing" in
     *:armel*) as_root dpkg --add-architecture armel ;;
     esac
-    as_root apt-get update -q >/dev/null
+    mkdir -p build
     # shellcheck disable=SC2086
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing >/dev/null
+    {
+        as_root apt-get update -q &&
+            as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $missing
+    } >build/install.log 2>&1 || {
+        cat build/install.log >&2
+        return 1
+    }
 }
 
 # build PRESET TARGET...: configures when that was not done yet, and builds what changed.
