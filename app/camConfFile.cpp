@@ -52,51 +52,46 @@ void PrintAsJson(const ImgCfgStatus &record)
 
 // ---- Lines of a key, as the store sees them
 
-/// The file's lines that begin with a key and have a '='.
-class KeyLines
-{
-  public:
-    KeyLines(FILE *file, const char *key) : file_(file), key_(key), keyLength_(strlen(key)) {}
-
-    /// Goes to the next line of the key; false at the end of the file.
-    bool Next()
-    {
-        while (const size_t length = kel::ReadLine(file_, line_)) {
-            number_ += lineEnded_;
-            lineEnded_ = line_[length - 1] == '\n';
-            const void *assignment = memchr(line_, '=', length);
-            if (line_[0] != '#' && length >= keyLength_ && memcmp(line_, key_, keyLength_) == 0 &&
-                assignment != nullptr) {
-                lead_ = static_cast<size_t>(static_cast<const char *>(assignment) - line_);
-                return true;
-            }
-        }
-        return false;
-    }
-
-    int Number() const { return number_; }
-    const char *Line() const { return line_; }
-    size_t Lead() const { return lead_; } ///< characters before the '='
-
-    size_t OwnKeyLength() const
-    {
-        size_t length = lead_;
-        while (length > 0 && (line_[length - 1] == ' ' || line_[length - 1] == '\t'))
-            --length;
-        return length;
-    }
-
-    bool IsOtherKey() const { return OwnKeyLength() != keyLength_; }
-
-  private:
-    FILE *file_;
-    const char *key_;
-    size_t keyLength_;
-    char line_[kLineSize] = {};
-    size_t lead_ = 0;
-    int number_ = 0;
-    bool lineEnded_ = true;
+/// The file's lines that begin with a key and have a '='; the current one is in `line`.
+struct KeyLines {
+    FILE *file;
+    const char *key;
+    char line[kLineSize] = {};
+    size_t lead = 0; ///< characters before the '='
+    int number = 0;  ///< of the line
+    bool lineEnded = true;
 };
+
+/// Goes to the next line of the key; false at the end of the file.
+bool NextKeyLine(KeyLines *lines)
+{
+    const size_t keyLength = strlen(lines->key);
+    while (const size_t length = kel::ReadLine(lines->file, lines->line)) {
+        lines->number += lines->lineEnded;
+        lines->lineEnded = lines->line[length - 1] == '\n';
+        const void *assignment = memchr(lines->line, '=', length);
+        if (lines->line[0] != '#' && length >= keyLength && memcmp(lines->line, lines->key, keyLength) == 0 &&
+            assignment != nullptr) {
+            lines->lead = static_cast<size_t>(static_cast<const char *>(assignment) - lines->line);
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Length of the current line's own key, without the blanks before its '='.
+size_t OwnKeyLength(const KeyLines &lines)
+{
+    size_t length = lines.lead;
+    while (length > 0 && (lines.line[length - 1] == ' ' || lines.line[length - 1] == '\t'))
+        --length;
+    return length;
+}
+
+bool IsOtherKey(const KeyLines &lines)
+{
+    return OwnKeyLength(lines) != strlen(lines.key);
+}
 
 /// Looks through the file before it is changed. kOk when the change may be made.
 int ReviewChange(const Words &words, FILE *file)
@@ -105,15 +100,15 @@ int ReviewChange(const Words &words, FILE *file)
     const size_t valueLength = strlen(words.operands[2]);
     bool found = false;
     bool others = false;
-    KeyLines lines(file, words.operands[1]);
-    while (lines.Next()) {
+    KeyLines lines{file, words.operands[1]};
+    while (NextKeyLine(&lines)) {
         found = true;
-        if (lines.Lead() + 1 + valueLength > kLineSize - 1)
+        if (lines.lead + 1 + valueLength > kLineSize - 1)
             return Fail(path, "the line would be longer than 255 characters");
-        if (!words.prefix && lines.IsOtherKey()) {
+        if (!words.prefix && IsOtherKey(lines)) {
             others = true;
-            fprintf(stderr, "%s:%d: ", path, lines.Number());
-            PrintSafely(stderr, lines.Line(), lines.OwnKeyLength());
+            fprintf(stderr, "%s:%d: ", path, lines.number);
+            PrintSafely(stderr, lines.line, OwnKeyLength(lines));
             fputs(" would change too\n", stderr);
         }
     }
@@ -215,13 +210,13 @@ int camConf::Get(const Words &words)
     FILE *file = fopen(words.operands[0], "r");
     if (file == nullptr)
         return Fail(words.operands[0]);
-    KeyLines lines(file, words.operands[1]);
-    const bool found = lines.Next();
+    KeyLines lines{file, words.operands[1]};
+    const bool found = NextKeyLine(&lines);
     if (ferror(file) != 0)
         Fail(words.operands[0]);
-    if (found && lines.IsOtherKey()) {
+    if (found && IsOtherKey(lines)) {
         fprintf(stderr, "camConf: %s: value of ", words.operands[1]);
-        PrintSafely(stderr, lines.Line(), lines.OwnKeyLength());
+        PrintSafely(stderr, lines.line, OwnKeyLength(lines));
         putc('\n', stderr);
     }
     char value[SYSCONF_LINE_SIZE] = "";
