@@ -35,6 +35,8 @@ endif()
 set(needs_libc "libc6 (>= 2.34)")
 set(needs_libstdcxx "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS gnuplot-nox) # for i2cErrPlot
+
 # kel_package(COMPONENT NAME SECTION DEPENDS SUMMARY TEXT)
 set(CPACK_COMPONENTS_ALL "")
 macro(kel_package component name section depends summary text)

@@ -10,6 +10,12 @@ trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
 failures=0
 
+result() { # WHAT, after the command that tells
+    [ $? = 0 ] && return
+    echo "plotTest: $1"
+    failures=$((failures + 1))
+}
+
 # check WHAT STATUS PATTERN WORDS...: runs the program; PATTERN must be in what it says.
 check() {
     what=$1 status=$2 pattern=$3
@@ -17,16 +23,14 @@ check() {
     said=$("$plot" "$@" 2>&1)
     got=$?
     case $said in *"$pattern"*) found=1 ;; *) found=0 ;; esac
-    [ "$got" = "$status" ] && [ $found = 1 ] && return
-    printf 'plotTest: %s: status %s, wanted %s and "%s", said:\n%s\n' "$what" "$got" "$status" "$pattern" "$said"
-    failures=$((failures + 1))
+    [ "$got" = "$status" ] && [ $found = 1 ]
+    result "$what: status $got, wanted $status and \"$pattern\", said: $said"
 }
 # picture FILE BYTES: a PNG of 1200 x 1000 with at least so many bytes; a blank one has less than 6000.
 picture() {
     size=$(od -A n -t u1 -j 16 -N 8 "$1" | tr -s ' ')
-    [ "$size" = " 0 0 4 176 0 0 3 232" ] && [ "$(wc -c <"$1")" -ge "$2" ] && return
-    echo "plotTest: $1 is no picture of 1200 x 1000 with something in it"
-    failures=$((failures + 1))
+    [ "$size" = " 0 0 4 176 0 0 3 232" ] && [ "$(wc -c <"$1")" -ge "$2" ]
+    result "a picture of 1200 x 1000 with something in it in $1"
 }
 
 mkdir flash 'a=b c' none runs
@@ -51,16 +55,17 @@ check "the run's share: 6 of 9 x 1000 + 6" 0 "7 min 40 s: 1000 iterations, 6 err
 check "lines that the log lacks" 0 "1 line is missing" flash
 check "damaged lines are named" 0 "damaged.csv:7: not a line of the log: 2025/13/07" 'a=b c/damaged.csv'
 check "damaged lines are counted" 0 "3 damaged lines left out" -o 'a=b c/p.svg' 'a=b c/damaged.csv'
-grep -q '2nd and later retries failed' 'a=b c/p.svg' || { echo "plotTest: no legend"; failures=$((failures + 1)); }
+grep -q "2nd and later retries failed" "a=b c/p.svg"
+result "the legend of a picture in SVG"
 check "nothing but damage" 1 "no line of the log can be read" -o no.png rubbish.csv
 check "an empty log" 0 "No failed transfer is logged" -o empty.png empty.csv
 picture empty.png 10000
 check "a run without errors has no log" 0 "No failed transfer" runs
-check "the last run alone" 0 "5 failed attempts" --last flash/I2cErr.csv flash/I2cTestResult_20250307091240
 check "no such file" 1 "missing.csv: there is no such file" missing.csv
 check "a folder without files" 1 "neither I2cErr.csv nor" none
 check "no place for the picture" 1 "cannot be written" -o none/there/x.png flash
+check "the last run alone needs a result" 1 "--last needs a result file" --last empty.csv
 check "a picture of another kind" 2 "ends in .png or .svg" -o x.gif flash
-check "an unknown option" 2 "try i2cErrPlot --help" --frist
-[ ! -e no.png ] && ! ls ./*.part 2>/dev/null || { echo "plotTest: files left behind"; failures=$((failures + 1)); }
+[ "$(echo "./"*.part no.png)" = "./*.part no.png" ] && [ ! -e no.png ]
+result "nothing is left behind"
 exit $((failures > 0))

@@ -1,0 +1,62 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+#
+# The documents say what the programs do: the console blocks of the pages are run again, generated pages and examples
+# are compared with their sources, manual pages are linted, the shell completion knows all options and keys.
+#   documentsTest.sh SOURCE_FOLDER BUILD_FOLDER
+set -u
+source=$1
+PATH=$2:$PATH
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+CAMSIM_BOARD=$work/board
+export PATH CAMSIM_BOARD
+cd "$source" || exit 1
+failures=0
+
+# same WHAT FILE FILE
+same() {
+    diff -u "$2" "$3" && return
+    echo "documentsTest: $1"
+    failures=$((failures + 1))
+}
+
+for page in README.md docs/*.md; do
+    sed -n '/^```console$/,/^```$/{/^```/!p}' "$page" >"$work/wanted"
+    [ -s "$work/wanted" ] || continue
+    rm -rf "$CAMSIM_BOARD"
+    sed -n 's/^\$ //p' "$work/wanted" | while IFS= read -r command; do
+        printf '$ %s\n' "$command"
+        eval "$command" 2>&1 </dev/null
+    done >"$work/got"
+    # Source lines move with every change, times with every run.
+    for file in "$work/wanted" "$work/got"; do
+        sed -E -i 's/(\|[A-Za-z0-9_]+\|)[0-9]+\)/\1N)/; s/, [0-9]+ ms$/, N ms/' "$file"
+    done
+    same "$page shows other output than its commands have" "$work/wanted" "$work/got"
+done
+
+tools/registerTable >"$work/registers.md"
+same "tools/registerTable >docs/registers.md brings the page up to date" docs/registers.md "$work/registers.md"
+
+sed -n '/^#include <kelisp.h>/,$p' tests/cReader.c >"$work/example"
+sed -n '/^```c$/,/^```$/{/^```/!p}' docs/library.md >"$work/page"
+same "docs/library.md shows another example than tests/cReader.c" "$work/example" "$work/page"
+sed -n '/^#include <kelisp.h>/,/^\.Ed/{/^\.Ed/!p}' man/kelisp.3 | sed 's/\\e/\\/g' >"$work/page"
+same "man/kelisp.3 shows another example than tests/cReader.c" "$work/example" "$work/page"
+
+for page in man/*; do
+    complaints=$(cd man && mandoc -T lint -W style "${page#man/}" 2>/dev/null) # there, so that pages find each other
+    [ -z "$complaints" ] && continue
+    printf 'documentsTest: %s\n' "$complaints"
+    failures=$((failures + 1))
+done
+
+grep -o '{"[^"]*", KeyAction' isp/imgConfigKeys.h | cut -d '"' -f 2 >"$work/keys"
+bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$work/offered"
+same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
+grep -o '{"[a-z]*", [a-z]*_argument' app/options.cpp | cut -d '"' -f 2 | sed 's/^/--/' | sort >"$work/options"
+bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camStat --) COMP_CWORD=1 && _camStat && printf "%s\n" "${COMPREPLY[@]}"' |
+    sort >"$work/offered"
+same "tools/completion/camStat.bash offers other options than camStat has" "$work/options" "$work/offered"
+exit $((failures > 0))
