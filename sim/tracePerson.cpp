@@ -234,7 +234,7 @@ void AddGroups(Line *line, uint32_t bits)
 // The polls that found the camera busy, in one line, when something else comes or the camera is ready.
 void TellPolls(uint64_t startNs, uint64_t nowNs, bool ready)
 {
-    Line line;
+    Line line{};
     startNs = gPerson.polls > 0 ? gPerson.pollStartNs : startNs;
     gPerson.gapNs = gPerson.polls > 0 ? gPerson.pollGapNs : gPerson.gapNs;
     BeginLine(&line, startNs, nowNs, "i2c");
@@ -265,7 +265,7 @@ void HoldPoll(const Event &event, uint32_t bits)
 // Opens or closes of the chip-support nodes that came in a row, in one line.
 void TellRow()
 {
-    Line line;
+    Line line{};
     char device[16];
     snprintf(device, sizeof(device), gPerson.rowCount > 1 ? "csl%c-%c" : "csl%c", gPerson.rowFirst,
              gPerson.rowLast);
@@ -335,7 +335,7 @@ void TellPerson(const Event &event, uint64_t endNs, int fd, bool colour)
         return;
     }
     TellHeld(event.startNs);
-    Line line;
+    Line line{};
     BeginLine(&line, event.startNs, endNs, DeviceName(event));
     AddStory(&line, event);
     AddFailure(&line, event);
@@ -346,7 +346,7 @@ void SumUpForPerson(const TraceTotals &totals, uint64_t nowNs, int fd)
 {
     gPerson.fd = fd;
     TellHeld(nowNs);
-    Line line;
+    Line line{};
     line.Add("%9.2f %s%8s %6s%s  end     %llu calls, %llu of them transfers; %.2f ms paused", Ms(nowNs),
              Colour(kFaint), "", "", Colour(kPlain), static_cast<unsigned long long>(totals.calls),
              static_cast<unsigned long long>(totals.transfers), Ms(totals.pausedNs));
