@@ -9,6 +9,8 @@
 
 #include <unistd.h>
 
+static_assert(sizeof(GioPinLevel) == 8, "the argument size in the request numbers");
+
 namespace
 {
 

@@ -55,6 +55,8 @@ constexpr double Again(int code)
 
 } // namespace
 
+static_assert(sizeof(GainTableEntry) == 16);
+
 // Rows from the rules above, worked out by the compiler.
 #define ROWS_4(gain, r)                                                                                      \
     {(r), gain(r)}, {(r) + 1, gain((r) + 1)}, {(r) + 2, gain((r) + 2)},                                      \

@@ -9,6 +9,10 @@
 
 SensorInfo gtSensorInfo;
 
+static_assert(offsetof(SensorInfo, fps) == 24 && offsetof(SensorInfo, extGioEnable) == 32);
+static_assert(offsetof(SensorInfo, pixelClockHz) == 40 && sizeof(SensorInfo) == 64,
+              "the same on every machine");
+
 namespace
 {
 
