@@ -23,6 +23,22 @@ namespace
 {
 class BoardIo : public BoardTest
 {
+  protected:
+    // The call's result, what it prints, and the calls that it makes.
+    void Expect(const std::function<long()> &call, long result, const std::string &printed,
+                const Lines &lines)
+    {
+        const Printed seen = Capture([&] { EXPECT_EQ(call(), result) << printed; });
+        EXPECT_EQ(seen.out + seen.err, printed);
+        EXPECT_EQ(board.Take(), lines) << printed;
+    }
+    // Maps that a failing release left.
+    void DropMaps()
+    {
+        while (!board.maps.empty())
+            munmap(board.maps.begin()->first, board.maps.begin()->second);
+        board.Take();
+    }
 };
 
 TEST_F(BoardIo, PinOperations)
@@ -39,22 +55,19 @@ TEST_F(BoardIo, PinOperations)
         {[] { return SetICR(UINT32_MAX); }, ""},
         // clang-format on
     };
+    const std::string openFailed = "[kel_isp] ERROR: open device failed\n";
+    const std::string requestFailed = "[kel_isp] ERROR: ioctl failed\n";
     for (const auto &c : cases) {
-        Printed printed = Capture([&] { EXPECT_EQ(c.call(), c.request.empty() ? KEL_GPIO_FAILED : 0); });
-        EXPECT_EQ(printed.out + printed.err, "");
-        EXPECT_EQ(board.Take(),
-                  c.request.empty() ? Lines() : Lines({"open /dev/gio", c.request, "close /dev/gio"}));
+        const Lines lines = {"open /dev/gio", c.request, "close /dev/gio"};
         if (c.request.empty()) {
+            Expect(c.call, KEL_GPIO_FAILED, "", {});
             continue;
         }
+        Expect(c.call, 0, "", lines);
         board.Fail("open", 1, ENOENT);
-        printed = Capture([&] { EXPECT_EQ(c.call(), KEL_GPIO_FAILED); });
-        EXPECT_EQ(printed.err, "[kel_isp] ERROR: open device failed\n");
-        EXPECT_EQ(board.Take(), Lines({"open /dev/gio"}));
+        Expect(c.call, KEL_GPIO_FAILED, openFailed, {"open /dev/gio"});
         board.Fail("gio", 1);
-        printed = Capture([&] { EXPECT_EQ(c.call(), KEL_GPIO_FAILED); });
-        EXPECT_EQ(printed.err, "[kel_isp] ERROR: ioctl failed\n");
-        EXPECT_EQ(board.Take(), Lines({"open /dev/gio", c.request, "close /dev/gio"}));
+        Expect(c.call, KEL_GPIO_FAILED, requestFailed, lines);
     }
 }
 
@@ -64,16 +77,13 @@ TEST_F(BoardIo, AlarmIsAwaitedOnceASecond)
     for (const int debug : {0, 1}) {
         board.Fail("gio", 1, EAGAIN, 2);
         gfDebugFlag = debug;
-        const Printed printed = Capture([] { EXPECT_EQ(WaitAlarmIn(), 3); });
+        Expect(WaitAlarmIn, 3, debug != 0 ? "listening alarm in... (press CTRL-C to stop)\n" : "",
+               {"open /dev/gio", "gio 9 86 0", "sleep 1000000", "gio 9 86 0", "sleep 1000000", "gio 9 86 0",
+                "close /dev/gio"});
         gfDebugFlag = 0;
-        EXPECT_EQ(printed.out, debug != 0 ? "listening alarm in... (press CTRL-C to stop)\n" : "");
-        EXPECT_EQ(printed.err, "");
-        EXPECT_EQ(board.Take(), Lines({"open /dev/gio", "gio 9 86 0", "sleep 1000000", "gio 9 86 0",
-                                       "sleep 1000000", "gio 9 86 0", "close /dev/gio"}));
     }
     board.Fail("open", 1, ENOENT);
-    const Printed printed = Capture([] { EXPECT_EQ(WaitAlarmIn(), KEL_GPIO_FAILED); });
-    EXPECT_EQ(printed.out + printed.err, "[kel_isp] ERROR: open device failed\n");
+    Expect(WaitAlarmIn, KEL_GPIO_FAILED, "[kel_isp] ERROR: open device failed\n", {"open /dev/gio"});
 }
 
 TEST_F(BoardIo, Clocks)
@@ -121,9 +131,8 @@ TEST_F(BoardIo, RealTimeClockDriver)
         {"RTC_TIME", -1, ""},
     };
     for (const auto &c : cases) {
-        if (c.content != nullptr) {
+        if (c.content != nullptr)
             std::ofstream(board.RealPath(rtc)) << c.content << std::string(c.status == 0 ? 300 : 0, '.');
-        }
         EXPECT_EQ(CheckRtc(), c.status) << c.content;
         Lines lines = board.Take();
         std::erase_if(lines, [](const std::string &line) { return line.find("log") == std::string::npos; });
@@ -137,20 +146,14 @@ TEST_F(BoardIo, RealTimeClockDriver)
 TEST_F(BoardIo, HexDumps)
 {
     uint8_t bytes[17];
-    for (unsigned i = 0; i < sizeof bytes; ++i) {
+    for (unsigned i = 0; i < sizeof bytes; ++i)
         bytes[i] = static_cast<uint8_t>(i * 15 + 0xA);
-    }
     const std::string row = "\n0A 19 28 37 46 55 64 73 82 91 A0 AF BE CD DC EB ";
-    const struct {
-        int count;
-        std::string text;
-    } cases[] = {{17, "(17): " + row + "\nFA \n"},
-                 {16, "(16): " + row + "\n"},
-                 {1, "(1): \n0A \n"},
-                 {0, "(0): \n"},
-                 {-2, "(-2): \n"}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(Capture([&] { HexDump(bytes, c.count); }).out, c.text);
+    const std::pair<int, std::string> cases[] = {
+        {17, row + "\nFA \n"}, {16, row + "\n"}, {1, "\n0A \n"}, {0, "\n"}, {-2, "\n"}};
+    for (const auto &[count, text] : cases) {
+        const Printed printed = Capture([&, bytesShown = count] { HexDump(bytes, bytesShown); });
+        EXPECT_EQ(printed.out, "(" + std::to_string(count) + "): " + text);
     }
 }
 
@@ -167,66 +170,54 @@ const char closed[] =
 TEST_F(BoardIo, ContiguousMemoryStates)
 {
     const Lines opening = {"open /dev/cmem", "cmem 8", "fcntl getfd", "fcntl 2 1"};
-    const auto expect = [&](int (*call)(), int status, const std::string &err, const Lines &lines) {
-        EXPECT_EQ(Capture([&] { EXPECT_EQ(call(), status) << err; }).err, err);
-        EXPECT_EQ(board.Take(), lines) << err;
-    };
-    const auto everything = [&](const std::string &err) {
-        unsigned long first = 7, second = 7;
-        CmemAllocParams heap = {0x400, 0, 0};
-        EXPECT_EQ(Capture([&] {
-                      EXPECT_EQ(CMEM_exit(), -1);
-                      EXPECT_EQ(CMEM_getVersion(), -1);
-                      EXPECT_EQ(CMEM_getBlock(0, &first, &second), -1);
-                      EXPECT_EQ(CMEM_getPool(0, 4096), -1);
-                      EXPECT_EQ(CMEM_getPoolBlock0(4096), -1);
-                      EXPECT_EQ(CMEM_alloc(0, 4096, &heap), nullptr);
-                      EXPECT_EQ(CMEM_getPhys(&first), 0UL);
-                      EXPECT_EQ(CMEM_cacheWb(&first, 1), -1);
-                      EXPECT_EQ(CMEM_cacheInv(&first, 1), -1);
-                      EXPECT_EQ(CMEM_cacheWbInv(&first, 1), -1);
-                  }).err,
-                  [&] {
-                      std::string all;
-                      for (int i = 0; i < 10; ++i) {
-                          all += err;
-                      }
-                      return all;
-                  }());
+    const auto everything = [&](const std::string &err) { // fails without access to the driver
+        static unsigned long first, second;
+        static const CmemAllocParams heap = {0x400, 0, 0};
+        first = second = 7;
+        const std::pair<std::function<long()>, long> calls[] = {
+            // clang-format off
+            {CMEM_exit, -1}, {CMEM_getVersion, -1}, {[] { return CMEM_getBlock(0, &first, &second); }, -1},
+            {[] { return CMEM_getPool(0, 4096); }, -1}, {[] { return CMEM_getPoolBlock0(4096); }, -1},
+            {[] { return CMEM_alloc(0, 4096, &heap) != nullptr; }, 0}, {[] { return CMEM_getPhys(&first); }, 0},
+            {[] { return CMEM_cacheWb(&first, 1); }, -1}, {[] { return CMEM_cacheInv(&first, 1); }, -1},
+            {[] { return CMEM_cacheWbInv(&first, 1); }, -1}, {[] { return CMEM_free(&first, nullptr); }, -1},
+            // clang-format on
+        };
+        for (const auto &[call, result] : calls)
+            Expect(call, result, err, {});
         EXPECT_EQ(first * 10 + second, 77U);
-        EXPECT_EQ(board.Take(), Lines()) << "no access in this state";
     };
     everything(notInitialised);
-    expect(CMEM_init, 0, "", opening);
-    expect(CMEM_init, 0, "", {});
-    expect(CMEM_exit, 0, "", {});
-    expect(CMEM_exit, 0, "", {"close /dev/cmem"});
+    Expect(CMEM_init, 0, "", opening);
+    Expect(CMEM_init, 0, "", {});
+    Expect(CMEM_exit, 0, "", {});
+    Expect(CMEM_exit, 0, "", {"close /dev/cmem"});
     everything(closed);
 
     board.Fail("open", 1, ENOENT);
-    expect(CMEM_init, -1, "CMEM Error: init: Failed to open /dev/cmem: 'No such file or directory'\n",
+    Expect(CMEM_init, -1, "CMEM Error: init: Failed to open /dev/cmem: 'No such file or directory'\n",
            {"open /dev/cmem"});
     everything(openFailed);
 
     const std::string mismatch = "CMEM Error: init: major version mismatch between interface and driver.\n"
                                  "CMEM Error:     needs driver version 0x2300000, got ";
     board.cmemOut[8] = {0x02200000};
-    expect(CMEM_init, -1, mismatch + "0x2200000\n", {"open /dev/cmem", "cmem 8", "close /dev/cmem"});
+    Expect(CMEM_init, -1, mismatch + "0x2200000\n", {"open /dev/cmem", "cmem 8", "close /dev/cmem"});
     everything(closed);
     board.cmemOut[8] = {0x0230FFFF};
     board.Fail("cmem 8", 1, EINVAL, 1, -2);
-    expect(CMEM_init, -1,
+    Expect(CMEM_init, -1,
            "CMEM Error: getVersion: Failed to retrieve version from driver: -2.\n" + mismatch +
                "0xffffffff\n",
            {"open /dev/cmem", "cmem 8", "close /dev/cmem"});
     board.Fail("fcntl getfd", 1, EBADF);
-    expect(CMEM_init, 0, "CMEM Error: init: fcntl(F_GETFD) failed: 'Bad file descriptor'\n",
+    Expect(CMEM_init, 0, "CMEM Error: init: fcntl(F_GETFD) failed: 'Bad file descriptor'\n",
            {"open /dev/cmem", "cmem 8", "fcntl getfd"});
     board.Fail("close", 1, EIO);
-    expect(CMEM_exit, -1, "", {"close /dev/cmem"});
-    expect(CMEM_exit, -1, closed, {});
-    expect(CMEM_init, 0, "", opening);
-    expect(CMEM_exit, 0, "", {"close /dev/cmem"});
+    Expect(CMEM_exit, -1, "", {"close /dev/cmem"});
+    Expect(CMEM_exit, -1, closed, {});
+    Expect(CMEM_init, 0, "", opening);
+    Expect(CMEM_exit, 0, "", {"close /dev/cmem"});
 }
 
 TEST_F(BoardIo, ContiguousMemoryRequests)
@@ -309,52 +300,35 @@ TEST_F(BoardIo, ContiguousMemoryRequests)
         // clang-format on
     };
     for (const auto &c : cases) {
-        if (c.fails != nullptr) {
+        if (c.fails != nullptr)
             board.Fail(c.fails, 1, EINVAL, 1, c.failure);
-        }
-        const Printed printed = Capture([&] { EXPECT_EQ(c.call(), c.result) << c.lines[0]; });
-        EXPECT_EQ(printed.err, c.err) << c.lines[0];
-        EXPECT_EQ(board.Take(), c.lines);
-        while (!board.maps.empty()) {
-            munmap(board.maps.begin()->first, board.maps.begin()->second);
-        }
-        board.Take();
+        Expect(c.call, c.result, c.err, c.lines);
+        DropMaps();
     }
     EXPECT_EQ(bounds[0], 0x85000000UL);
     EXPECT_EQ(bounds[1], 0x86FFFFFFUL);
 
-    char text[64];
     for (const bool fromHeap : {false, true}) {
         void *const buffer = CMEM_allocPool(0, 0, nullptr);
         const auto low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(buffer));
+        char text[16];
         snprintf(text, sizeof text, "%x", low);
-        const std::string hex = text, request = fromHeap ? "cmem 403 " : "cmem 3 ";
         const CmemAllocParams *const params = fromHeap ? &heap : nullptr;
+        const auto release = [&] { return CMEM_free(buffer, params); };
         board.cmemOut[3] = board.cmemOut[0x403] = {low, 0x2000};
         board.Take();
-        const Lines freed = {"cmem 207 " + hex + " 8", request + hex, "munmap 2000"};
-        for (const char *fails : {"cmem 207", request.c_str(), "munmap"}) {
-            const bool unmapping = fails[0] == 'm', invalidating = fails[5] == '2';
-            board.Fail(fails, 1, EINVAL);
-            snprintf(text, sizeof text, "%p", buffer);
-            const std::string err =
-                Capture([&] { EXPECT_EQ(CMEM_free(buffer, params), invalidating ? 0 : -1); }).err;
-            EXPECT_EQ(err, invalidating
-                               ? "CMEM Error: cacheInv: Failed to invalidate 0x" + hex +
-                                     "\nCMEM Error: free: failed to cache-invalidate buffer header @ " +
-                                     text + "\n"
-                           : unmapping ? "CMEM Error: free: failed to munmap 0x" + hex + "\n"
-                                       : "CMEM Error: free: failed to free 0x" + hex + "\n");
-            Lines lines = freed;
-            lines.resize(invalidating || unmapping ? 3 : 2);
-            EXPECT_EQ(board.Take(), lines);
-            if (invalidating) { // it went on and freed the buffer
-                board.maps[mmap(buffer, 0x2000, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0)] =
-                    0x2000;
-            }
-        }
-        EXPECT_EQ(CMEM_free(buffer, params), 0);
-        EXPECT_EQ(board.Take(), freed);
+        const std::string hex = text,
+                          error = "CMEM Error: ", request = (fromHeap ? "cmem 403 " : "cmem 3 ") + hex;
+        const Lines steps = {"cmem 207 " + hex + " 8", request, "munmap 2000"};
+        board.Fail("munmap");
+        Expect(release, -1, error + "free: failed to munmap 0x" + hex + "\n", steps);
+        board.Fail(request, 1, EINVAL);
+        Expect(release, -1, error + "free: failed to free 0x" + hex + "\n", {steps[0], steps[1]});
+        board.Fail("cmem 207", 1, EINVAL); // that alone does not keep the buffer
+        Expect(release, 0,
+               error + "cacheInv: Failed to invalidate 0x" + hex + "\n" + error +
+                   "free: failed to cache-invalidate buffer header @ 0x" + hex + "\n",
+               steps);
     }
     EXPECT_EQ(CMEM_exit(), 0);
 }
@@ -370,30 +344,24 @@ std::vector<int> CslDescriptors()
 
 TEST_F(BoardIo, ChipSupportHandles)
 {
-    Lines opening = {cslNodes[0], "mmap /dev/csl1 10000 1c70000"};
-    opening.insert(opening.end(), cslNodes + 1, std::end(cslNodes));
-    Lines closing = {"munmap 10000", "close /dev/csl1"};
-    for (size_t i = 0; i < opening.size(); ++i) {
-        opening[i] = i == 1 ? opening[i] : "open " + opening[i];
-    }
-    for (int i = 1; i < 9; ++i) {
-        closing.insert(closing.begin(), std::string("close ") + cslNodes[i]);
+    Lines opening = {"mmap /dev/csl1 10000 1c70000"}, closing = {"munmap 10000"};
+    for (const std::string node : cslNodes) {
+        opening.insert(node == cslNodes[0] ? opening.begin() : opening.end(), "open " + node);
+        closing.insert(node == cslNodes[0] ? closing.end() : closing.begin(), "close " + node);
     }
     memset(&gCSL_vpssHndl, 0xEE, sizeof gCSL_vpssHndl);
     EXPECT_EQ(CSL_sysInit(), 0);
     EXPECT_EQ(board.Take(), opening);
-    for (int i = 0; i < 9; ++i) {
+    for (int i = 0; i < 9; ++i)
         EXPECT_EQ(board.open.at(CslDescriptors()[static_cast<size_t>(i)]), cslNodes[i]);
-    }
     EXPECT_EQ(gCSL_vpssHndl.length, 0x10000U);
     EXPECT_EQ(gCSL_vpssHndl.physBase, 0x01C70000U);
     const unsigned offsets[] = {0x200, 0, 0x1000, 0x800, 0x1200, 0x400, 0x1400, 0x1600, 0x1800};
     const auto at = [](unsigned offset) {
         return reinterpret_cast<volatile uint32_t *>(gCSL_vpssHndl.base + offset);
     };
-    for (int i = 0; i < 9; ++i) {
+    for (int i = 0; i < 9; ++i)
         EXPECT_EQ(gCSL_vpssHndl.regs[i], at(offsets[i]));
-    }
     EXPECT_EQ(board.maps.count(gCSL_vpssHndl.base), 1U);
     EXPECT_EQ(gCSL_rszHndl.regs, at(0x400));
     EXPECT_EQ(gCSL_ipipeifHndl.regs, at(0x1200));
@@ -423,9 +391,7 @@ TEST_F(BoardIo, ChipSupportHandles)
         board.Fail(line, 1, EIO);
         EXPECT_EQ(CSL_sysExit(), -1) << line;
         EXPECT_EQ(board.Take(), closing) << "each close is attempted";
-        while (!board.maps.empty()) {
-            munmap(board.maps.begin()->first, board.maps.begin()->second);
-        }
+        DropMaps();
     }
 }
 

@@ -25,12 +25,7 @@ class CamConf : public ::testing::Test
     {
         std::ofstream(path, std::ios::binary) << text;
     }
-    Outcome Run(const Words &words)
-    {
-        Words command = {"camConf"};
-        command.insert(command.end(), words.begin(), words.end());
-        return RunPlain(command);
-    }
+    Outcome Run(const Words &words) { return RunPlain(With({"camConf"}, words)); }
     void Expect(const Words &words, int status, const std::string &out, const std::string &partOfErr)
     {
         const Outcome outcome = Run(words);
@@ -62,6 +57,7 @@ TEST_F(CamConf, FileCommands)
     Expect({"set", file, "2A_WB", "5", "--prefix"}, 0, "", "");
     EXPECT_EQ(ReadFile(file), "2A_WB_R =5\n2A_WB_B=5\nIMG_FLIP=-5\n");
     Expect({"diff", file, file}, 0, "", "");
+    Expect({"apply", "-o", "IMG_FLIP=1,NONE=2", file}, 2, "", "NONE: unknown key");
     Expect({"diff", file, board.Folder()}, 2, "", "Is a directory");
     const Outcome shown = Run({"show", file}), json = Run({"show", "--json", file});
     EXPECT_NE(shown.out.find("IMG_FLIP\t:\t-5\n"), std::string::npos);
@@ -93,14 +89,10 @@ TEST_F(CamConf, CheckNamesEveryLineThatIsIgnoredOrWithoutEffect)
 
 TEST_F(CamConf, UsageAndHelp)
 {
-    for (const Words &words : std::vector<Words>{{"nonsense"},
-                                                 {"get", file},
-                                                 {"get", file, "A", "B"},
-                                                 {"show", "--prefix"},
-                                                 {"apply", "-o"},
-                                                 {"apply", "-o", "IMG_FLIP=1,NONE=2", file}})
-        EXPECT_EQ(Run(words).status, 2) << words[0];
-    EXPECT_EQ(Run({}).status, 2);
+    const Words wrong[] = {
+        {}, {"nonsense"}, {"get", file}, {"get", file, "A", "B"}, {"show", "--prefix"}, {"apply", "-o"}};
+    for (const Words &words : wrong)
+        EXPECT_EQ(Run(words).status, 2) << testing::PrintToString(words);
     for (const char *command : {"show", "check", "get", "set", "diff", "apply", "watch"}) {
         const Outcome help = Run({command, "--help"});
         EXPECT_EQ(help.status, 0);

@@ -10,19 +10,27 @@
 namespace
 {
 
-const char *const kUsage = "Usage: camStat v0.0.4 [OPTION]\n"
-                           "\n"
-                           " -s\n --reset\n Reset Sensor.\n\n"
-                           " -r\n --read\n Read AE/ AWB Parameter.\n\n"
-                           " -l [LED]\n --led  ON\n Set LEDs ON or OFF.\n\n"
-                           " -i [ICR]\n --icr IR_CUT\n Set ICR IR_CUT or IR_PASS.\n\n"
-                           " -e [Shutter] [Sensor Again] [Sensor Dgain]\n --ae 30 2000 1000\n"
-                           " Set AE gain and shutter.\n\n"
-                           " -w [RGain] [BGain]\n --awb 1.2 1.5\n Set AWB gain and Bgain.\n\n"
-                           " I2C test:\n --test 1 [Retry count]\n -t 1 1\n\n";
+// clang-format off
+const char *const kUsage =
+    "Usage: camStat v0.0.4 [OPTION]\n\n -s\n --reset\n Reset Sensor.\n\n -r\n --read\n Read AE/ AWB Parameter.\n\n"
+    " -l [LED]\n --led  ON\n Set LEDs ON or OFF.\n\n -i [ICR]\n --icr IR_CUT\n Set ICR IR_CUT or IR_PASS.\n\n"
+    " -e [Shutter] [Sensor Again] [Sensor Dgain]\n --ae 30 2000 1000\n Set AE gain and shutter.\n\n"
+    " -w [RGain] [BGain]\n --awb 1.2 1.5\n Set AWB gain and Bgain.\n\n I2C test:\n --test 1 [Retry count]\n -t 1 1\n\n";
+// clang-format on
 
 const std::string kNotSupported = "Value is not supported.\n";
 const std::string kDefaultUsage = std::string("default:\n") + kUsage;
+
+Words CamStat(const Words &words)
+{
+    return With({"camStat"}, words);
+}
+
+/// Options of camSim, at which no pause takes long.
+Words Fast(const Words &options = {})
+{
+    return With({"--speed", "100"}, options);
+}
 
 struct CommandLine {
     Words words;
@@ -36,30 +44,21 @@ struct CommandLine {
 TEST(CommandLine, EndsBeforeAnythingIsStarted)
 {
     const CommandLine lines[] = {
-        {{}, 0, kUsage},
-        {{"-h"}, 0, kUsage},
-        {{"--help"}, 0, kUsage},
-        {{"--led=ON"}, 0, kUsage},
-        {{"-lON"}, 0, kUsage},
-        {{"-i"}, 0, kDefaultUsage, "option requires an argument -- 'i'"},
+        // clang-format off
+        {{}, 0, kUsage}, {{"-h"}, 0, kUsage}, {{"--help"}, 0, kUsage}, {{"--led=ON"}, 0, kUsage},
+        {{"-lON"}, 0, kUsage}, {{"-i"}, 0, kDefaultUsage, "option requires an argument -- 'i'"},
         {{"-x"}, 0, kDefaultUsage, "invalid option -- 'x'"},
         {{"--icr", "IR_CUT"}, 0, kDefaultUsage, "unrecognized option '--icr'"},
         {{"--test", "1", "1"}, 0, kDefaultUsage, "unrecognized option '--test'"},
-        {{"-e", "30", "2000"}, 0, kUsage},
-        {{"-w", "1.2"}, 0, kUsage},
-        {{"-t", "1"}, 0, kUsage},
-        {{"-t", "2", "5"}, 0, kUsage},
-        {{"-t", "", ""}, 0, kUsage},
-        {{"-l", "maybe"}, 255, kNotSupported},
-        {{"-l", ""}, 255, kNotSupported},
-        {{"--ircut", "ON"}, 255, kNotSupported},
+        {{"-e", "30", "2000"}, 0, kUsage}, {{"-w", "1.2"}, 0, kUsage}, {{"-t", "1"}, 0, kUsage},
+        {{"-t", "2", "5"}, 0, kUsage}, {{"-t", "", ""}, 0, kUsage}, {{"-l", "maybe"}, 255, kNotSupported},
+        {{"-l", ""}, 255, kNotSupported}, {{"--ircut", "ON"}, 255, kNotSupported},
         {{"-r", "-l", "ON"}, 255, kNotSupported},
         {{"-l", "on", "-i", "IR_CUT"}, 255, "Set LEDs on\n" + kNotSupported},
+        // clang-format on
     };
     for (const CommandLine &line : lines) {
-        Words command = {"camStat"};
-        command.insert(command.end(), line.words.begin(), line.words.end());
-        const Outcome outcome = RunPlain(command);
+        const Outcome outcome = RunPlain(CamStat(line.words));
         const std::string shown = testing::PrintToString(line.words);
         EXPECT_EQ(outcome.status, line.status) << shown;
         EXPECT_EQ(outcome.out, line.out) << shown;
@@ -69,8 +68,6 @@ TEST(CommandLine, EndsBeforeAnythingIsStarted)
             EXPECT_NE(outcome.err.find(line.complaint), std::string::npos) << shown << outcome.err;
     }
 }
-
-const Words kFast = {"--speed", "100"};
 
 std::string FirstLines(const std::string &text, int count)
 {
@@ -84,56 +81,40 @@ std::string FirstLines(const std::string &text, int count)
 TEST(Report, ShowsEveryValueByteForByte)
 {
     const SimBoard board;
-    ASSERT_EQ(board.Run({"camStat", "-e", "15", "1333", "2500"}, kFast).out,
-              "Set Shutter=66666.67 usec, Sensor Again=1.333, Sensor Dgain=2.500\n");
+    ASSERT_EQ(board.Run({"camStat", "-e", "7", "1333", "2500"}, Fast()).out,
+              "Set Shutter=142857.14 usec, Sensor Again=1.333, Sensor Dgain=2.500\n");
     const Words pokes[] = {
-        {"0x30", "0x86"}, {"0x31", "5"},    {"0x32", "192"}, {"0x33", "255"}, {"0x34", "0x69"},
-        {"0x39", "0xE0"}, {"0x5F", "0x1F"}, {"0x71", "21"},  {"0x74", "200"}, {"0x53", "1"},
-        {"0x3C", "0x00"}, {"0x3D", "141"},  {"0x3E", "255"},
+        // clang-format off
+        {"0x30", "0x86"}, {"0x31", "5"}, {"0x32", "192"}, {"0x33", "255"}, {"0x34", "0x69"}, {"0x39", "0xE0"},
+        {"0x5F", "0x1F"}, {"0x71", "21"}, {"0x74", "200"}, {"0x53", "1"}, {"0x3C", "0x00"}, {"0x3D", "141"},
+        {"0x3E", "255"},
+        // clang-format on
     };
     for (const Words &poke : pokes)
         ASSERT_EQ(board.Sim({"poke", poke[0], poke[1]}).status, 0);
     // The exposure was forced before the automatic exposure's field was poked on; force it again.
-    board.Run({"camStat", "-e", "15", "1333", "2500"}, kFast);
-    const Outcome report = board.Run({"camStat", "-r"}, kFast);
+    board.Run({"camStat", "-e", "7", "1333", "2500"}, Fast());
+    const Outcome report = board.Run({"camStat", "-r"}, Fast());
     EXPECT_EQ(report.status, 0);
     EXPECT_EQ(report.err, "");
-    EXPECT_EQ(FirstLines(report.out, 8), "ReadInfo...\n"
-                                         "===================== InfoOut ======================\n"
-                                         "Miris Status\t:\t0\n"
-                                         "D/N Status\t:\t0\n"
-                                         "Long Exp Time\t:\t66571.39 us, 1/15 sec\n"
-                                         "Exposure Time\t:\t66571.39 us, 1/15 sec\n"
-                                         "Analog Gain\t:\t1.333\n"
-                                         "Digital Gain\t:\t2.500\n");
+    // clang-format off
+    EXPECT_EQ(FirstLines(report.out, 8),
+              "ReadInfo...\n===================== InfoOut ======================\nMiris Status\t:\t0\n"
+              "D/N Status\t:\t0\nLong Exp Time\t:\t133182.50 us, 1/8 sec\n"
+              "Exposure Time\t:\t133182.50 us, 1/8 sec\nAnalog Gain\t:\t1.333\nDigital Gain\t:\t2.500\n");
     const size_t ae = report.out.find("===================== Ae Status");
     ASSERT_NE(ae, std::string::npos);
-    EXPECT_EQ(report.out.substr(ae), "===================== Ae Status ====================\n"
-                                     "Ae Switch\t:\t1\n"
-                                     "Ae flick mode\t:\t6\n"
-                                     "Ae ref level\t:\t200\n"
-                                     "Ae Ev set\t:\t21\n"
-                                     "Ae timer\t:\t9\n"
-                                     "Ae hold\t\t:\t1\n"
-                                     "Ae fix shutter\t:\t1\n"
-                                     "Ae option\t:\t2\n"
-                                     "Ae Miris\t:\t1\n"
-                                     "Ae Max Exp\t:\t1\n"
-                                     "Ae Long Exp\t:\t0\n"
-                                     "Ae ACC\t\t:\t1\n"
-                                     "Nr Mode\t\t:\t1\n"
-                                     "Dn Mode\t\t:\t0\n"
-                                     "Me Exp Time\t:\t66571.39 us, 1/15 sec.\n"
-                                     "Me Again\t:\t1.333\n"
-                                     "Me Dgain\t:\t2.500\n"
-                                     "Ae Min Again\t:\t1.041\n"
-                                     "Ae Max Again\t:\t7.953\n"
-                                     "Ae Max Dgain\t:\t31.875\n"
-                                     "==================== Awb Status ====================\n"
-                                     "Awb Auto\t:\t0\n"
-                                     "Manual Wbr\t:\t2.404\n"
-                                     "Manual Wbb\t:\t7.938\n"
-                                     "====================================================\n");
+    EXPECT_EQ(report.out.substr(ae),
+              "===================== Ae Status ====================\nAe Switch\t:\t1\n"
+              "Ae flick mode\t:\t6\nAe ref level\t:\t200\nAe Ev set\t:\t21\nAe timer\t:\t9\n"
+              "Ae hold\t\t:\t1\nAe fix shutter\t:\t1\nAe option\t:\t2\nAe Miris\t:\t1\n"
+              "Ae Max Exp\t:\t1\nAe Long Exp\t:\t0\nAe ACC\t\t:\t1\nNr Mode\t\t:\t1\nDn Mode\t\t:\t0\n"
+              "Me Exp Time\t:\t133182.50 us, 1/8 sec.\nMe Again\t:\t1.333\nMe Dgain\t:\t2.500\n"
+              "Ae Min Again\t:\t1.041\nAe Max Again\t:\t7.953\nAe Max Dgain\t:\t31.875\n"
+              "==================== Awb Status ====================\nAwb Auto\t:\t0\n"
+              "Manual Wbr\t:\t2.404\nManual Wbb\t:\t7.938\n"
+              "====================================================\n");
+    // clang-format on
 }
 
 // A failing readout ends the live block; a failing value line is replaced and its block goes on.
@@ -144,18 +125,17 @@ TEST(Report, FailuresEndTheLiveBlockAndReplaceTheOtherLines)
         const char *failure;
         int lines; // of the whole report
     } cases[] = {
+        // clang-format off
         {"i2c.read:reg=0x1E", "InfoRawAvg failed.\n", 37},
-        {"i2c.read:reg=0x16", "InfoDgtlGain failed.\n", 34},
-        {"i2c.read:reg=0x37", "GetMnlAgn failed.\n", 37},
+        {"i2c.read:reg=0x16", "InfoDgtlGain failed.\n", 34}, {"i2c.read:reg=0x37", "GetMnlAgn failed.\n", 37},
         {"i2c.read:reg=0x71", "CXD3193AR_Get_AeEvSet failed.\n", 37},
         {"i2c.read:reg=0x3E", "GetMnlWbbGain failed.\n", 37},
         {"i2c.read:reg=0x53,after=2", "GetNrDnMode failed.\n", 36},
+        // clang-format on
     };
     for (const auto &line : cases) {
         const SimBoard board;
-        Words options = kFast;
-        options.insert(options.end(), {"--fault", line.fault});
-        const Outcome report = board.Run({"camStat", "-r"}, options);
+        const Outcome report = board.Run({"camStat", "-r"}, Fast({"--fault", line.fault}));
         EXPECT_EQ(report.status, 0) << line.fault;
         EXPECT_EQ(Count(report.out, " failed.\n"), 1) << line.fault << report.out;
         EXPECT_EQ(Count(report.out, line.failure), 1) << line.fault << report.out;
@@ -163,46 +143,36 @@ TEST(Report, FailuresEndTheLiveBlockAndReplaceTheOtherLines)
     }
 }
 
-struct ExposureCase {
-    Words values;
-    const char *echo;
-    const char *codes; // frames, lines, analog and digital gain
-};
-
 TEST(Exposure, IsEchoedClampedAndWritten)
 {
-    const ExposureCase cases[] = {
-        {{"30", "2000", "1000"},
-         "Set Shutter=33333.33 usec, Sensor Again=2.000, Sensor Dgain=1.000\n",
+    const struct {
+        Words values;
+        const char *echo;
+        const char *codes; // frames, lines, analog and digital gain
+    } cases[] = {
+        // clang-format off
+        {{"30", "2000", "1000"}, "Set Shutter=33333.33 usec, Sensor Again=2.000, Sensor Dgain=1.000\n",
          "0\n1091\n64\n8\n"},
-        {{"100", "1000", "2990"},
-         "Set Shutter=10000.00 usec, Sensor Again=1.000, Sensor Dgain=2.990\n",
+        {{"100", "1000", "2990"}, "Set Shutter=10000.00 usec, Sensor Again=1.000, Sensor Dgain=2.990\n",
          "0\n327\n0\n23\n"},
-        {{"1", "8000", "31875"},
-         "Set Shutter=1000000.00 usec, Sensor Again=8.000, Sensor Dgain=31.875\n",
+        {{"1", "8000", "31875"}, "Set Shutter=1000000.00 usec, Sensor Again=8.000, Sensor Dgain=31.875\n",
          "29\n32699\n192\n255\n"},
-        {{"30", "500", "40000"},
-         "Set Shutter=33333.33 usec, Sensor Again=0.500, Sensor Dgain=40.000\n",
+        {{"30", "500", "40000"}, "Set Shutter=33333.33 usec, Sensor Again=0.500, Sensor Dgain=40.000\n",
          "0\n1091\n0\n255\n"},
-        {{"25 fps", "2000x", " 1000"},
-         "Set Shutter=40000.00 usec, Sensor Again=2.000, Sensor Dgain=1.000\n",
+        {{"25 fps", "2000x", " 1000"}, "Set Shutter=40000.00 usec, Sensor Again=2.000, Sensor Dgain=1.000\n",
          "0\n1089\n64\n8\n"},
         // 1/0 s is the longest exposure that the registers hold; negative ones are none.
-        {{"0", "", "x"},
-         "Set Shutter=inf usec, Sensor Again=0.000, Sensor Dgain=0.000\n",
+        {{"0", "", "x"}, "Set Shutter=inf usec, Sensor Again=0.000, Sensor Dgain=0.000\n",
          "59\n65399\n0\n8\n"},
-        {{"-1", "0", "0"},
-         "Set Shutter=-1000000.00 usec, Sensor Again=0.000, Sensor Dgain=0.000\n",
+        {{"-1", "0", "0"}, "Set Shutter=-1000000.00 usec, Sensor Again=0.000, Sensor Dgain=0.000\n",
          "0\n0\n0\n8\n"},
         {{"99999999999999999999", "99999999999999999999", "99999999999999999999"},
-         "Set Shutter=0.00 usec, Sensor Again=2147483.647, Sensor Dgain=2147483.647\n",
-         "0\n0\n192\n255\n"},
+         "Set Shutter=0.00 usec, Sensor Again=2147483.647, Sensor Dgain=2147483.647\n", "0\n0\n192\n255\n"},
+        // clang-format on
     };
-    for (const ExposureCase &line : cases) {
+    for (const auto &line : cases) {
         const SimBoard board;
-        Words command = {"camStat", "-e"};
-        command.insert(command.end(), line.values.begin(), line.values.end());
-        const Outcome outcome = board.Run(command, kFast);
+        const Outcome outcome = board.Run(With({"camStat", "-e"}, line.values), Fast());
         EXPECT_EQ(outcome.out, line.echo);
         EXPECT_EQ(outcome.err, "") << line.echo;
         EXPECT_EQ(outcome.status, 0) << line.echo;
@@ -219,21 +189,20 @@ TEST(Pins, FollowTheirActions)
         const char *out;
         const char *pin;
     } cases[] = {
+        // clang-format off
         {{"-l", "on"}, "Set LEDs on\n", "led       0      0"},
         {{"--led", "Off"}, "Set LEDs off\n", "led       0      1"},
         {{"-i", "ir_pass"}, "Set ICR_IR_PASS\n", "ircut    35      1"},
-        {{"--ircut", "IR_CUT"}, "Set ICR_IR_CUT\n", "ircut    35      0"},
-        {{"-s"}, "", "reset    91      1"},
+        {{"--ircut", "IR_CUT"}, "Set ICR_IR_CUT\n", "ircut    35      0"}, {{"-s"}, "", "reset    91      1"},
         {{"-w", "1.2", "1.5"}, "Set Rgain=1.200000, Bgain=1.500000\n", "led       0"},
         {{"-g", "5"}, "", "led       0"},
         {{"-l", "on", "-o", "7"}, "Set LEDs on\n", "led       0      1"}, // the last option decides
         {{"word"}, "", "led       0      1"},
+        // clang-format on
     };
     const SimBoard board;
     for (const auto &line : cases) {
-        Words command = {"camStat"};
-        command.insert(command.end(), line.words.begin(), line.words.end());
-        const Outcome outcome = board.Run(command, kFast);
+        const Outcome outcome = board.Run(CamStat(line.words), Fast());
         EXPECT_EQ(outcome.out, line.out);
         EXPECT_EQ(outcome.err, "") << line.pin;
         EXPECT_EQ(outcome.status, 0) << line.pin;
@@ -245,8 +214,7 @@ TEST(Pins, FollowTheirActions)
 TEST(Pins, AFailingRequestIsSaidAndTheRunEndsNormally)
 {
     const SimBoard board;
-    Words options = kFast;
-    options.insert(options.end(), {"--fault", "gio.set"});
+    const Words options = Fast({"--fault", "gio.set"});
     EXPECT_EQ(board.Run({"camStat", "-l", "on"}, options).out, "Set LEDs on\nsetIRL failed.\n");
     EXPECT_EQ(board.Run({"camStat", "-i", "IR_CUT"}, options).out, "Set ICR_IR_CUT\nSetICR failed.\n");
     const Outcome reset = board.Run({"camStat", "-s"}, options);
@@ -267,40 +235,31 @@ TEST(Pins, ResetHoldsTheLineLowFor2MsAndWaits20Ms)
     EXPECT_NE(longPause, std::string::npos) << text;
 }
 
-struct Step {
-    const char *fault;
-    const char *message;
-};
-
 // What a failing start-up step says, and that nothing stays open behind it. (Chip-support nodes that could be
 // opened stay with the process when a neighbour is missing; the kernel takes them back.)
 TEST(StartUp, SaysWhichStepFailedAndUndoesTheOnesBefore)
 {
-    const Step steps[] = {
-        {"open:/dev/csl1:missing", "CSL_sysInit()"},
-        {"open:/dev/csl9:missing", "CSL_sysInit()"},
-        {"mmap", "CSL_sysInit()"},
-        {"open:/dev/cmem:missing", "CMEM_init()"},
-        {"cmem.version=0x02200000", "CMEM_init()"},
-        {"open:/dev/dev_i2c:missing", "DrvI2cOpen()"},
-        {"slave:refused", "DrvI2cOpen()"},
-        {"i2c.read:nth=1", "InitSensor()"},
+    const std::pair<const char *, std::string> steps[] = {
+        // clang-format off
+        {"open:/dev/csl1:missing", "CSL_sysInit()"}, {"open:/dev/csl9:missing", "CSL_sysInit()"},
+        {"mmap", "CSL_sysInit()"}, {"open:/dev/cmem:missing", "CMEM_init()"},
+        {"cmem.version=0x02200000", "CMEM_init()"}, {"open:/dev/dev_i2c:missing", "DrvI2cOpen()"},
+        {"slave:refused", "DrvI2cOpen()"}, {"i2c.read:nth=1", "InitSensor()"},
         {"i2c.read:nth=5", "InitSensor()"},
+        // clang-format on
     };
-    for (const Step &step : steps) {
+    for (const auto &[fault, message] : steps) {
         const SimBoard board;
         const std::string trace = board.Path("trace");
-        Words options = kFast;
-        options.insert(options.end(), {"--fault", step.fault, "--trace-json=" + trace});
-        const Outcome outcome = board.Run({"camStat", "-l", "on"}, options);
-        EXPECT_EQ(outcome.status, 0) << step.fault;
-        EXPECT_EQ(outcome.out, "Set LEDs on\n") << step.fault;
-        const std::string line = "[kel_isp] " + std::string(step.message) + " failed.\n";
-        EXPECT_EQ(Count(outcome.err, line), 1) << step.fault << outcome.err;
-        EXPECT_EQ(Count(outcome.err, "(camStat|main|"), 1) << step.fault << outcome.err;
-        if (step.message != std::string("CSL_sysInit()")) {
-            EXPECT_NE(ReadFile(trace).find("\"open\":[]"), std::string::npos)
-                << step.fault << ReadFile(trace);
+        const Outcome outcome =
+            board.Run({"camStat", "-l", "on"}, Fast({"--fault", fault, "--trace-json=" + trace}));
+        EXPECT_EQ(outcome.status, 0) << fault;
+        EXPECT_EQ(outcome.out, "Set LEDs on\n") << fault;
+        const std::string line = "[kel_isp] " + message + " failed.\n";
+        EXPECT_EQ(Count(outcome.err, line), 1) << fault << outcome.err;
+        EXPECT_EQ(Count(outcome.err, "(camStat|main|"), 1) << fault << outcome.err;
+        if (message != "CSL_sysInit()") {
+            EXPECT_NE(ReadFile(trace).find("\"open\":[]"), std::string::npos) << fault << ReadFile(trace);
         }
     }
 }
@@ -318,11 +277,8 @@ TEST(Robustness, AnyOneFailingCallLeavesNothingOpen)
                 const std::string trace = board.Path("trace");
                 const std::string rule =
                     call + std::string(strchr(call, ':') ? "," : ":") + "nth=" + std::to_string(nth);
-                Words command = {"camStat"};
-                command.insert(command.end(), action.begin(), action.end());
-                Words options = kFast;
-                options.insert(options.end(), {"--fault", rule, "--trace-json=" + trace});
-                const Outcome outcome = board.Run(command, options);
+                const Outcome outcome =
+                    board.Run(CamStat(action), Fast({"--fault", rule, "--trace-json=" + trace}));
                 const std::string text = ReadFile(trace);
                 injected = text.find("\"faults\":0") == std::string::npos;
                 EXPECT_EQ(outcome.status, 0) << rule;

@@ -18,6 +18,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -61,14 +62,12 @@ namespace
     return text;
 }
 
+const char *const boardFolders[] = {"/mnt/nand", "/sysconf", "/defconf", "/proc/driver"};
+
 bool IsBoardFile(const std::string &path)
 {
-    for (const char *folder : {"/mnt/", "/sysconf/", "/defconf/", "/proc/driver/"}) {
-        if (path.rfind(folder, 0) == 0) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(std::begin(boardFolders), std::end(boardFolders),
+                       [&](const char *folder) { return path.starts_with(folder); });
 }
 
 bool IsDevice(const std::string &path)
@@ -87,41 +86,33 @@ int Transfer(unsigned request, DrvI2cXfer &xfer)
 {
     FakeBoard &board = Board();
     const bool write = request == DRV_I2C_WRITE, wide = xfer.dataSize == 2;
-    std::string line = write                           ? (wide ? "w16" : "w")
-                       : request == DRV_I2C_READ_BLOCK ? "r"
-                       : wide                          ? "r16"
-                                                       : "r8";
+    const char *width = wide ? "16" : write || request == DRV_I2C_READ_BLOCK ? "" : "8";
+    std::string line = (write ? "w" : "r") + std::string(width);
     line += xfer.count > 0 ? Format(" %02x", xfer.regAddr[0]) : " -";
-    if (!write) {
+    if (!write)
         line += Format(" %d", xfer.count);
-    }
     auto *bytes = static_cast<uint8_t *>(xfer.regValue);
     auto *words = static_cast<uint16_t *>(xfer.regValue);
     for (unsigned i = 0; i < xfer.count; ++i) {
-        if (write) {
+        if (write)
             line += wide ? Format(" %04x", words[i]) : Format(" %02x", bytes[i]);
-        }
-        if (xfer.regAddr[i] != ((xfer.regAddr[0] + i) & 0xFF)) {
+        if (xfer.regAddr[i] != ((xfer.regAddr[0] + i) & 0xFF))
             line += Format(" jump-to-%02x", xfer.regAddr[i]);
-        }
     }
-    if (xfer.dataSize != 1 && (!wide || request == DRV_I2C_READ_BLOCK)) {
+    if (xfer.dataSize != 1 && (!wide || request == DRV_I2C_READ_BLOCK))
         line += Format(" bad-size-%d", xfer.dataSize);
-    }
     int result = 0;
     board.nowNs += board.transferNs;
-    if (board.Call(line, result)) {
+    if (board.Call(line, &result))
         return result;
-    }
     for (unsigned i = 0; i < xfer.count; ++i) {
         uint8_t &reg = board.regs[xfer.regAddr[i]];
-        if (write) {
+        if (write)
             reg = static_cast<uint8_t>(wide ? words[i] : bytes[i]);
-        } else if (wide) {
+        else if (wide)
             words[i] = static_cast<uint16_t>(0x100U * xfer.regAddr[i] + reg);
-        } else {
+        else
             bytes[i] = reg;
-        }
     }
     return 0;
 }
@@ -131,11 +122,10 @@ int CmemRequest(unsigned long request, uint32_t *words)
     constexpr int wordsIn[] = {0, 2, 3, 1, 1, 0, 2, 2, 0, 1, 1};
     FakeBoard &board = Board();
     std::string line = Format("cmem %lx", request);
-    for (int i = 0; (request & 0xFF) <= 10 && i < wordsIn[request & 0xFF]; ++i) {
+    for (int i = 0; (request & 0xFF) <= 10 && i < wordsIn[request & 0xFF]; ++i)
         line += Format(" %x", words[i]);
-    }
     int result = 0;
-    if (!board.Call(line, result)) {
+    if (!board.Call(line, &result)) {
         const std::vector<uint32_t> &out = board.cmemOut[static_cast<uint32_t>(request)];
         std::copy(out.begin(), out.end(), words);
     }
@@ -148,21 +138,17 @@ int DeviceRequest(const std::string &path, unsigned long request, void *arg)
     int result = 0;
     if (path == "/dev/dev_i2c") {
         if (request == DRV_I2C_SELECT) {
-            if (!board.Call(Format("select %lx", reinterpret_cast<unsigned long>(arg)), result)) {
-                board.slave = static_cast<uint8_t>(reinterpret_cast<uintptr_t>(arg));
-            }
+            board.Call(Format("select %lx", reinterpret_cast<unsigned long>(arg)), &result);
             return result;
         }
         return Transfer(static_cast<unsigned>(request), *static_cast<DrvI2cXfer *>(arg));
     }
-    if (path == "/dev/cmem") {
+    if (path == "/dev/cmem")
         return CmemRequest(request, static_cast<uint32_t *>(arg));
-    }
     if (path == "/dev/gio" && (request & ~0xFFUL) == 0xC0086700UL) {
         const auto *pin = static_cast<const uint32_t *>(arg);
-        if (!board.Call(Format("gio %lu %u %u", request & 0xFF, pin[0], pin[1]), result)) {
+        if (!board.Call(Format("gio %lu %u %u", request & 0xFF, pin[0], pin[1]), &result))
             result = (request & 0xFF) == 9 ? static_cast<int>(board.alarmResult) : 0;
-        }
         return result;
     }
     struct {
@@ -173,16 +159,8 @@ int DeviceRequest(const std::string &path, unsigned long request, void *arg)
     const bool threeWords = request == 0xCC11;
     memcpy(static_cast<void *>(&record), arg, threeWords ? sizeof record : 2 * sizeof(void *));
     std::string line = Format("%s %lx %x %p", path.substr(5).c_str(), request, record.value, record.data);
-    board.Call(threeWords ? line + Format(" %x", record.count) : line, result);
+    board.Call(threeWords ? line + Format(" %x", record.count) : line, &result);
     return result;
-}
-
-int Sleep(int64_t us, int &result)
-{
-    std::lock_guard lock(Board().mutex);
-    const bool failed = Board().Call(Format("sleep %lld", static_cast<long long>(us)), result);
-    Board().nowNs += failed ? 0 : us * 1000;
-    return failed;
 }
 
 } // namespace
@@ -208,24 +186,10 @@ FakeBoard::~FakeBoard()
 
 void FakeBoard::Reset()
 {
-    regs.fill(0);
-    slave = 0;
-    alarmResult = 0;
-    cmemOut = {{8, {0x02300105}}};
-    nowNs = startNs;
-    wallSec = 1714564800;
-    transferNs = 0;
-    traceClock = false;
-    open.clear();
-    openFiles.clear();
-    maps.clear();
-    lines.clear();
-    plans.clear();
-    onCall = nullptr;
+    static_cast<BoardState &>(*this) = {};
     std::filesystem::remove_all(root);
-    for (const char *folder : {"/mnt/nand", "/sysconf", "/defconf", "/proc/driver"}) {
+    for (const char *folder : boardFolders)
         std::filesystem::create_directories(root + folder);
-    }
 }
 
 void FakeBoard::Fail(const std::string &prefix, int nth, int error, int times, int result)
@@ -236,9 +200,8 @@ void FakeBoard::Fail(const std::string &prefix, int nth, int error, int times, i
 int FakeBoard::Attach(const std::string &path)
 {
     int fd = 1000;
-    while (open.count(fd) != 0) {
+    while (open.count(fd) != 0)
         ++fd;
-    }
     open[fd] = path;
     return fd;
 }
@@ -259,14 +222,12 @@ std::string FakeBoard::ReadFile(const std::string &path) const
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-bool FakeBoard::Call(const std::string &line, int &result, bool record)
+bool FakeBoard::Call(const std::string &line, int *result, bool record)
 {
-    std::lock_guard lock(mutex);
     if (record) {
         lines.push_back(line);
-        if (onCall) {
+        if (onCall)
             onCall(line);
-        }
     }
     bool fails = false;
     std::erase_if(plans, [](const Plan &plan) { return plan.nth <= 1 - plan.times; });
@@ -274,7 +235,8 @@ bool FakeBoard::Call(const std::string &line, int &result, bool record)
         if ((record || !plan.prefix.empty()) && line.rfind(plan.prefix, 0) == 0 && --plan.nth <= 0 &&
             plan.nth > -plan.times && !fails) {
             fails = true;
-            result = plan.result;
+            if (result != nullptr)
+                *result = plan.result;
             errno = plan.error;
         }
     }
@@ -290,9 +252,8 @@ void BoardTest::AttachLink()
 
 void BoardTest::TearDown()
 {
-    for (const auto &[fd, path] : board.open) {
+    for (const auto &[fd, path] : board.open)
         EXPECT_EQ(fd, gtI2cHndl.fd) << path << " was left open";
-    }
     EXPECT_TRUE(board.openFiles.empty()) << "a stream was left open";
     EXPECT_TRUE(board.maps.empty()) << "a map was left";
 }
@@ -304,9 +265,8 @@ Printed Capture(const std::function<void()> &action)
     action();
     fflush(stdout);
     Printed printed = {testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
-    if (printed.out.find(": Failure\n") != std::string::npos) {
+    if (printed.out.find(": Failure\n") != std::string::npos)
         fputs(printed.out.c_str(), stdout); // an expectation inside the action
-    }
     return printed;
 }
 
@@ -316,13 +276,14 @@ std::string Locate(const std::string &text)
     std::string located;
     size_t from = 0;
     for (size_t at; (at = text.find(mark, from)) != std::string::npos;) {
-        const size_t open = at + mark.size(), bar = text.rfind('|', text.find("): ", open));
-        const size_t end = text.find_first_not_of("0123456789", bar + 1);
-        if (bar == std::string::npos || bar < open || end == bar + 1 || text.compare(end, 3, "): ") != 0) {
+        char module[100], function[100];
+        size_t length = 0;
+        const char *place = text.c_str() + at + mark.size();
+        sscanf(place, "%99[^|]|%99[^|]|%*u):%zn", module, function, &length);
+        if (length == 0)
             break;
-        }
-        located += text.substr(from, at - from) + "@" + text.substr(open, bar - open) + ": ";
-        from = end + 3;
+        located += text.substr(from, at - from) + "@" + module + "|" + function + ": ";
+        from = at + mark.size() + length + 1; // with the blank
     }
     return located + text.substr(from);
 }
@@ -331,51 +292,41 @@ extern "C" {
 int __wrap_open(const char *path, int flags, ...)
 {
     FakeBoard &board = Board();
-    std::lock_guard lock(board.mutex);
     va_list args;
     va_start(args, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? static_cast<mode_t>(va_arg(args, int)) : 0;
     va_end(args);
-    if (!IsDevice(path) && !IsBoardFile(path)) {
+    if (!IsDevice(path) && !IsBoardFile(path))
         return openat(AT_FDCWD, path, flags, mode);
-    }
     const int access = flags & O_ACCMODE;
     int result = -1;
     const char *suffix = access == O_RDWR ? "" : access == O_RDONLY ? " ro" : " wo";
-    if (board.Call(Format("open %s%s", path, suffix), result)) {
+    if (board.Call(Format("open %s%s", path, suffix), &result))
         return result;
-    }
-    if (IsDevice(path)) {
+    if (IsDevice(path))
         return board.Attach(path);
-    }
     result = openat(AT_FDCWD, board.RealPath(path).c_str(), flags, mode);
-    if (result >= 0) {
+    if (result >= 0)
         board.open[result] = path;
-    }
     return result;
 }
 int __wrap_open64(const char *, int, ...) __attribute__((alias("__wrap_open")));
 
 int __wrap_close(int fd)
 {
-    FakeBoard &board = Board();
-    std::lock_guard lock(board.mutex);
     const std::string path = PathOf(fd);
-    if (fd >= 0 && path.empty()) {
+    if (fd >= 0 && path.empty())
         return __real_close(fd);
-    }
     int result = fd < 0 ? -1 : 0;
-    const bool failed = board.Call(path.empty() ? Format("close %d", fd) : "close " + path, result);
-    board.open.erase(fd); // a descriptor is gone after a failing close, too
-    if (fd < 0) {
+    const bool failed = Board().Call(path.empty() ? Format("close %d", fd) : "close " + path, &result);
+    Board().open.erase(fd); // a descriptor is gone after a failing close, too
+    if (fd < 0)
         errno = EBADF;
-    }
     return fd >= 0 && fd < 1000 && !failed ? __real_close(fd) : result;
 }
 
 int __wrap_ioctl(int fd, unsigned long request, ...)
 {
-    std::lock_guard lock(Board().mutex);
     va_list args;
     va_start(args, request);
     void *arg = va_arg(args, void *);
@@ -392,12 +343,10 @@ int __wrap_fcntl(int fd, int command, ...)
     va_start(args, command);
     const long arg = va_arg(args, long);
     va_end(args);
-    std::lock_guard lock(Board().mutex);
-    if (!IsDevice(PathOf(fd))) {
+    if (!IsDevice(PathOf(fd)))
         return __real_fcntl(fd, command, arg);
-    }
     int result = 0;
-    Board().Call(command == F_GETFD ? "fcntl getfd" : Format("fcntl %d %ld", command, arg), result);
+    Board().Call(command == F_GETFD ? "fcntl getfd" : Format("fcntl %d %ld", command, arg), &result);
     return result;
 }
 int __wrap_fcntl64(int, int, ...) __attribute__((alias("__wrap_fcntl")));
@@ -406,19 +355,13 @@ int __wrap___fcntl_time64(int, int, ...) __attribute__((alias("__wrap_fcntl")));
 void *__wrap_mmap(void *address, size_t length, int protection, int flags, int fd, off_t offset)
 {
     FakeBoard &board = Board();
-    std::lock_guard lock(board.mutex);
     const std::string path = PathOf(fd);
-    if (!IsDevice(path)) {
+    if (!IsDevice(path))
         return __real_mmap(address, length, protection, flags, fd, static_cast<long>(offset));
-    }
     const bool plain = protection == (PROT_READ | PROT_WRITE) && flags == MAP_SHARED;
-    int result = 0;
-    if (board.Call(Format("mmap %s %zx %llx%s", path.c_str(), length,
-                          static_cast<unsigned long long>(static_cast<std::make_unsigned_t<off_t>>(offset)),
-                          plain ? "" : " bad-flags"),
-                   result)) {
+    const auto from = static_cast<unsigned long long>(static_cast<std::make_unsigned_t<off_t>>(offset));
+    if (board.Call(Format("mmap %s %zx %llx%s", path.c_str(), length, from, plain ? "" : " bad-flags")))
         return MAP_FAILED;
-    }
     int low = MAP_PRIVATE | MAP_ANONYMOUS;
 #ifdef MAP_32BIT
     low |= MAP_32BIT; // the driver's argument words are 32 bits wide
@@ -432,15 +375,12 @@ void *__wrap_mmap64(void *, size_t, int, int, int, off_t) __attribute__((alias("
 int __wrap_munmap(void *address, size_t length)
 {
     FakeBoard &board = Board();
-    std::lock_guard lock(board.mutex);
     int result = 0;
     const auto map = board.maps.find(address);
-    if (map == board.maps.end() && address != nullptr) {
+    if (map == board.maps.end() && address != nullptr)
         return __real_munmap(address, length);
-    }
-    if (board.Call(Format("munmap %zx", length), result)) {
+    if (board.Call(Format("munmap %zx", length), &result))
         return result;
-    }
     if (map == board.maps.end() || map->second != length) {
         errno = EINVAL;
         return -1;
@@ -452,18 +392,13 @@ int __wrap_munmap(void *address, size_t length)
 FILE *__wrap_fopen(const char *path, const char *mode)
 {
     FakeBoard &board = Board();
-    std::lock_guard lock(board.mutex);
-    int result = 0;
-    if (!IsBoardFile(path)) {
+    if (!IsBoardFile(path))
         return __real_fopen(path, mode);
-    }
-    if (board.Call(Format("fopen %s %s", path, mode), result)) {
+    if (board.Call(Format("fopen %s %s", path, mode)))
         return nullptr;
-    }
     FILE *file = __real_fopen(board.RealPath(path).c_str(), mode);
-    if (file != nullptr) {
+    if (file != nullptr)
         board.openFiles[file] = path;
-    }
     return file;
 }
 FILE *__wrap_fopen64(const char *, const char *) __attribute__((alias("__wrap_fopen")));
@@ -471,12 +406,11 @@ FILE *__wrap_fopen64(const char *, const char *) __attribute__((alias("__wrap_fo
 int __wrap_fclose(FILE *file)
 {
     FakeBoard &board = Board();
-    std::lock_guard lock(board.mutex);
     const auto known = board.openFiles.find(file);
     int result = 0;
     bool failed = false;
     if (known != board.openFiles.end()) {
-        failed = board.Call("fclose " + known->second, result);
+        failed = board.Call("fclose " + known->second, &result);
         board.openFiles.erase(known);
     }
     const int closed = __real_fclose(file);
@@ -495,8 +429,7 @@ int __wrap___stat64_time64(const char *, struct stat *) __attribute__((alias("__
     type name parameters                                                                                     \
     {                                                                                                        \
         int result = 0;                                                                                      \
-        std::lock_guard lock(Board().mutex);                                                                 \
-        return Board().Call(line, result) ? result : otherwise;                                              \
+        return Board().Call(line, &result) ? result : otherwise;                                             \
     }
 RECORDED(int, __wrap_rename, (const char *from, const char *to), Format("rename %s %s", from, to),
          __real_rename(Board().RealPath(from).c_str(), Board().RealPath(to).c_str()))
@@ -512,9 +445,8 @@ RECORDED(int, __wrap_pthread_mutex_init, (pthread_mutex_t * mutex, const pthread
 int __wrap_clock_gettime(clockid_t clock, struct timespec *out)
 {
     FakeBoard &board = Board();
-    std::lock_guard lock(board.mutex);
     int result = 0;
-    if (!board.Call(Format("clock %d", static_cast<int>(clock)), result, board.traceClock)) {
+    if (!board.Call(Format("clock %d", static_cast<int>(clock)), &result, board.traceClock)) {
         const int64_t base = clock == CLOCK_REALTIME ? board.wallSec * 1000000000LL - FakeBoard::startNs : 0;
         out->tv_sec = static_cast<time_t>((board.nowNs + base) / 1000000000LL);
         out->tv_nsec = static_cast<long>((board.nowNs + base) % 1000000000LL);
@@ -527,9 +459,8 @@ time_t __wrap_time(time_t *out)
 {
     const auto now =
         static_cast<time_t>(Board().wallSec + (Board().nowNs - FakeBoard::startNs) / 1000000000LL);
-    if (out != nullptr) {
+    if (out != nullptr)
         *out = now;
-    }
     return now;
 }
 time_t __wrap___time64(time_t *) __attribute__((alias("__wrap_time")));
@@ -538,7 +469,7 @@ int __wrap_gettimeofday(struct timeval *out, void *)
 {
     int result = 0;
     struct timespec now = {};
-    if (!Board().Call("gettimeofday", result, false)) {
+    if (!Board().Call("gettimeofday", &result, false)) {
         __wrap_clock_gettime(CLOCK_REALTIME, &now);
         out->tv_sec = now.tv_sec;
         out->tv_usec = static_cast<suseconds_t>(now.tv_nsec / 1000);
@@ -549,57 +480,43 @@ int __wrap___gettimeofday64(struct timeval *, void *) __attribute__((alias("__wr
 
 int __wrap_clock_nanosleep(clockid_t, int flags, const struct timespec *span, struct timespec *)
 {
+    FakeBoard &board = Board();
+    const int64_t us = span->tv_sec * 1000000LL + span->tv_nsec / 1000;
     int result = 0;
     EXPECT_EQ(flags, 0) << "an absolute sleep";
-    return Sleep(span->tv_sec * 1000000LL + span->tv_nsec / 1000, result) != 0 ? errno : 0;
+    if (board.Call(Format("sleep %lld", static_cast<long long>(us)), &result))
+        return errno;
+    board.nowNs += us * 1000;
+    return 0;
 }
 int __wrap___clock_nanosleep_time64(clockid_t, int, const struct timespec *, struct timespec *)
     __attribute__((alias("__wrap_clock_nanosleep")));
 
-#define SLEEPER(type, name, parameters, us)                                                                  \
-    type name parameters                                                                                     \
-    {                                                                                                        \
-        int result = 0;                                                                                      \
-        Sleep(us, result);                                                                                   \
-        return static_cast<type>(result);                                                                    \
-    }
-SLEEPER(int, __wrap_nanosleep, (const struct timespec *span, struct timespec *),
-        span->tv_sec * 1000000LL + span->tv_nsec / 1000)
-SLEEPER(int, __wrap_usleep, (useconds_t us), us)
-SLEEPER(unsigned, __wrap_sleep, (unsigned seconds), seconds * 1000000LL)
-int __wrap___nanosleep64(const struct timespec *, struct timespec *)
-    __attribute__((alias("__wrap_nanosleep")));
-
 void __wrap_openlog(const char *identity, int options, int facility)
 {
-    int result = 0;
-    Board().Call(Format("openlog %s %d %d", identity, options, facility), result);
+    Board().Call(Format("openlog %s %d %d", identity, options, facility));
 }
 
 void __wrap_syslog(int priority, const char *format, ...)
 {
-    int result = 0;
     char text[512];
     va_list args;
     va_start(args, format);
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    Board().Call(Format("syslog %d %s", priority, text), result);
+    Board().Call(Format("syslog %d %s", priority, text));
 }
 
 void __wrap_closelog()
 {
-    int result = 0;
-    Board().Call("closelog", result);
+    Board().Call("closelog");
 }
 
 #define PRINT_LOCK(name, step)                                                                               \
     int name(pthread_mutex_t *mutex)                                                                         \
     {                                                                                                        \
-        int result = 0;                                                                                      \
-        if (mutex == &gOSA_printfLock) {                                                                     \
-            Board().Call(#step, result);                                                                     \
-        }                                                                                                    \
+        if (mutex == &gOSA_printfLock)                                                                       \
+            Board().Call(#step);                                                                             \
         return __real_pthread_mutex_##step(mutex);                                                           \
     }
 PRINT_LOCK(__wrap_pthread_mutex_lock, lock)

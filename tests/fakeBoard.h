@@ -33,39 +33,48 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 using Lines = std::vector<std::string>;
 
-class FakeBoard
-{
-  public:
+/// What a test sets and looks at. Everything as new: registers 0, no failures planned, and it is 2024-05-01
+/// 12:00:00 UTC.
+struct BoardState {
+    static constexpr int64_t startNs = 1000LL * 1000000000LL;
+
     std::array<uint8_t, 256> regs{}; ///< registers of the camera processor
-    uint8_t slave = 0;               ///< slave address that was last selected
     uint32_t alarmResult = 0;        ///< result of the GPIO wait request
-    std::map<uint32_t, std::vector<uint32_t>>
-        cmemOut;                             ///< by request code: the words that the driver hands back
-    int64_t nowNs = 0;                       ///< monotonic clock
-    int64_t wallSec = 0;                     ///< calendar time while the monotonic clock is at startNs
+    std::map<uint32_t, std::vector<uint32_t>> cmemOut = {
+        {8, {0x02300105}}};                  ///< by request code: the words that the driver hands back
+    int64_t nowNs = startNs;                 ///< monotonic clock
+    int64_t wallSec = 1714564800;            ///< calendar time while the monotonic clock is at startNs
     int64_t transferNs = 0;                  ///< time that one camera-bus transfer takes
     bool traceClock = false;                 ///< also record clock_gettime, as "clock <id>"
-    std::string root;                        ///< folder that holds /mnt, /sysconf, /defconf and /proc/driver
     std::map<int, std::string> open;         ///< descriptors that are open now, with their paths
     std::map<void *, std::string> openFiles; ///< the same for streams
     std::map<void *, size_t> maps;           ///< maps that exist now, with their lengths
     Lines lines;                             ///< what was called so far
     std::function<void(const std::string &)> onCall; ///< runs before each recorded call is carried out
 
-    static constexpr int64_t startNs = 1000LL * 1000000000LL;
+    struct Plan {
+        std::string prefix;
+        int nth, error, times, result;
+    };
+    std::vector<Plan> plans; ///< of failures
+};
+
+class FakeBoard : public BoardState
+{
+  public:
+    std::string root; ///< folder that holds /mnt, /sysconf, /defconf and /proc/driver
 
     FakeBoard();
     ~FakeBoard();
     FakeBoard(const FakeBoard &) = delete;
     FakeBoard &operator=(const FakeBoard &) = delete;
 
-    /// Everything as new: registers 0, no failures planned, clock at startNs and 2024-05-01 12:00:00 UTC.
+    /// A new state, and new empty folders.
     void Reset();
 
     /// Lets the calls number `nth` to nth + times - 1, counted from now among those whose line begins with
@@ -86,17 +95,8 @@ class FakeBoard
     std::string ReadFile(const std::string &path) const;
     std::string RealPath(const std::string &path) const;
 
-    /// Records one call. True when it has to fail: `result` and errno are set then.
-    bool Call(const std::string &line, int &result, bool record = true);
-
-    std::recursive_mutex mutex; ///< held by each faked call
-
-  private:
-    struct Plan {
-        std::string prefix;
-        int nth, error, times, result;
-    };
-    std::vector<Plan> plans;
+    /// Records one call. True when it has to fail: `*result` and errno are set then.
+    bool Call(const std::string &line, int *result = nullptr, bool record = true);
 };
 
 /// The one board of the process.

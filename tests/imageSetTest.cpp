@@ -59,29 +59,28 @@ class Applier : public BoardTest
     // KEY=VALUE,...; the day/night fields, which have no key that is stored, by their names.
     void Change(std::string text)
     {
-        const std::map<std::string, int32_t *> fields = {{"dnMode", &wanted.dnMode},
-                                                         {"dnBw", &wanted.dnBw},
-                                                         {"dnIcr", &wanted.dnIcr},
-                                                         {"dnDi", &wanted.dnDi},
-                                                         {"dnLs", &wanted.dnLs}};
+        const std::map<std::string, int32_t *> fields = {
+            // clang-format off
+            {"dnMode", &wanted.dnMode}, {"dnBw", &wanted.dnBw}, {"dnIcr", &wanted.dnIcr},
+            {"dnDi", &wanted.dnDi}, {"dnLs", &wanted.dnLs},
+            // clang-format on
+        };
         std::istringstream in(text);
-        for (std::string key, value; std::getline(in, key, '=') && std::getline(in, value, ',');) {
+        for (std::string key, value; std::getline(in, key, '=') && std::getline(in, value, ',');)
             if (fields.count(key) != 0)
                 *fields.at(key) = std::stoi(value);
             else
                 EXPECT_GE(ImgCfgParse(&wanted, key.c_str(), value.c_str()), 0) << key;
-        }
     }
     // What the calls since the last look changed: writes, requests, rewrites, and pauses beyond a transfer's.
     std::string Effects()
     {
         std::string out;
-        for (const std::string &line : board.Take()) {
+        for (const std::string &line : board.Take())
             if (line.starts_with("rename "))
                 out += ", rewrite";
             else if (line.starts_with("w ") || line.starts_with("gio ") || line == "sleep 50000")
                 out += ", " + line;
-        }
         return out.empty() ? out : out.substr(2);
     }
     // Applies the record; afterwards all that the applier looks at is applied.
@@ -105,53 +104,46 @@ class Applier : public BoardTest
     }
 };
 
-#define BASE_CURVE                                                                                           \
-    "w 75 3a 3f 2e 19 14 0f 0d 0c 0c 0b 0a 09 08 07 05 04 03 03 03 02 02 02 02 02 02 02 02 01 01 01, "
-
 // A life of settings; each step starts from what the steps before it applied.
 TEST_F(Applier, NamedCasesInOrder)
 {
-    const std::pair<const char *, const char *> steps[] = {
+    const std::string curve =
+        "w 75 3a 3f 2e 19 14 0f 0d 0c 0c 0b 0a 09 08 07 05 04 03 03 03 02 02 02 02 02 02 02 02 01 01 01, ";
+    const std::pair<const char *, std::string> steps[] = {
+        // clang-format off
         // the defaults after the start, and the same again
-        {"",
-         BASE_CURVE "w 73 00, w 72 20, w 97 18, w 98 18, gio 8 35 0, gio 8 0 1, w 93 2c, w 96 05, w 53 03, "
-                    "w 55 00 3f 00 19 00 3f ac 1c, w 71 10, w 30 04, w 34 00, w 3b 00, w 3b 00, w 35 43 04, "
-                    "w 39 80, w 32 c0, "
-                    "w 33 08, w 30 84, w 3c 80"},
+        {"", curve + "w 73 00, w 72 20, w 97 18, w 98 18, gio 8 35 0, gio 8 0 1, w 93 2c, w 96 05, w 53 03, "
+         "w 55 00 3f 00 19 00 3f ac 1c, w 71 10, w 30 04, w 34 00, w 3b 00, w 3b 00, w 35 43 04, w 39 80, "
+         "w 32 c0, w 33 08, w 30 84, w 3c 80"},
         {"", ""},
         // clamped levels
         {"IMG_BRIGHTNESS=300,IMG_CONTRAST=-1,IMG_SHARPNESS=256,IMG_SATURATION=999",
-         BASE_CURVE "w 73 7f, w 72 00, w 97 30, w 98 30, gio 8 35 0, gio 8 0 1, w 93 3f, w 96 0f"},
+         curve + "w 73 7f, w 72 00, w 97 30, w 98 30, gio 8 35 0, gio 8 0 1, w 93 3f, w 96 0f"},
         // manual; manual shutter only; neither; slow; unlisted slow step at odd mains; ceiling
-        {"2A_AEC_EN=0,2A_AGC_EN=0,2A_MAN_GAIN=3",
-         "w 30 80, w 34 00, w 39 00, w 3b 00, w 3b 00, w 35 43 04, w 37 c0, "
-         "w 38 10, w 30 00, w 37 c0, w 38 10"},
+        {"2A_AEC_EN=0,2A_AGC_EN=0,2A_MAN_GAIN=3", "w 30 80, w 34 00, w 39 00, w 3b 00, w 3b 00, w 35 43 04, "
+         "w 37 c0, w 38 10, w 30 00, w 37 c0, w 38 10"},
         {"2A_MAN_GAIN=0,2A_MAN_EXPOSURE=11", "w 37 40, w 38 08, w 3b 00, w 35 04 00"},
-        {"2A_AGC_EN=1,2A_MAX_GAIN=5,2A_DEFLICKER=50",
-         "w 30 00, w 39 00, w 34 40, w 3b 00, w 31 00, w 32 c0, w 33 40, w 3b 00, w 35 05 00, w 30 80, w 32 "
-         "c0, w 33 40"},
+        {"2A_AGC_EN=1,2A_MAX_GAIN=5,2A_DEFLICKER=50", "w 30 00, w 39 00, w 34 40, w 3b 00, w 31 00, w 32 c0, "
+         "w 33 40, w 3b 00, w 35 05 00, w 30 80, w 32 c0, w 33 40"},
         {"2A_AEC_EN=1,2A_AGC_EN=0", ""},
-        {"2A_AGC_EN=1,DN_FPS=5",
-         "w 30 86, w 34 00, w 39 00, w 3b 1d, w 35 bb 7f, w 3b 9d, w 32 c0, w 33 40, w 30 86"},
+        {"2A_AGC_EN=1,DN_FPS=5", "w 30 86, w 34 00, w 39 00, w 3b 1d, w 35 bb 7f, w 3b 9d, w 32 c0, w 33 40, "
+         "w 30 86"},
         {"DN_FPS=6,2A_DEFLICKER=55", "w 30 80, w 34 00, w 39 00, w 3b 9d, w 32 c0, w 33 40, w 30 80"},
         {"DN_FPS=0,2A_DEFLICKER=60,2A_MAX_EXPOSURE=4,2A_MAX_GAIN=9",
          "w 30 84, w 34 00, w 3b 1d, w 3b 00, w 35 44 00, w 39 80, w 32 00, w 33 08, w 30 84"},
         // gains frozen and saved; set; saved on request; automatic again
-        {"2A_AWB_EN=0,2A_WB_SAVE=1",
-         "w 3c 81, sleep 50000, w 3d 8c, w 3e 40, w 3c 80, w 3c 00, rewrite, rewrite"},
-        {"2A_WB_R=600", "w 3d 4a, w 3e 40"},
-        {"2A_WB_SAVE=1", "w 3d 4a, w 3e 40, rewrite, rewrite"},
+        {"2A_AWB_EN=0,2A_WB_SAVE=1", "w 3c 81, sleep 50000, w 3d 8c, w 3e 40, w 3c 80, w 3c 00, rewrite, rewrite"},
+        {"2A_WB_R=600", "w 3d 4a, w 3e 40"}, {"2A_WB_SAVE=1", "w 3d 4a, w 3e 40, rewrite, rewrite"},
         {"2A_AWB_EN=1,2A_WB_R=0", "w 3c 80"},
         // dark; the filter's setting waits for the next change; by the input
-        {"dnLs=1", "rewrite, w 97 00, w 98 00, gio 8 35 1, gio 8 0 0"},
-        {"dnIcr=0", ""},
+        {"dnLs=1", "rewrite, w 97 00, w 98 00, gio 8 35 1, gio 8 0 0"}, {"dnIcr=0", ""},
         {"dnBw=0", "w 97 30, w 98 30, gio 8 35 0, gio 8 0 1"},
         {"dnMode=3,dnIcr=1", "w 97 30, w 98 30, gio 8 35 1, gio 8 0 0"},
         {"dnDi=1", "w 97 30, w 98 30, gio 8 35 0, gio 8 0 1"},
-        {"IMG_NF_MODE=0,IMG_NF_LEVEL=9",
-         "w 53 00, w 55 00 09 00 04 00 3f 00 09, w 55 00 09 00 04 00 3f 00 09"},
+        {"IMG_NF_MODE=0,IMG_NF_LEVEL=9", "w 53 00, w 55 00 09 00 04 00 3f 00 09, w 55 00 09 00 04 00 3f 00 09"},
         {"IMG_NF_MODE=2", "w 53 03, w 55 00 09 00 04 00 3f 00 09"},
         {"IMG_MIRROR=1,IMG_FLIP=1,EXT_BLC=7,EXT_WDR=2", "w ca 04, w ca 0c, w 71 17, w 5f 10, w 5f 1a"},
+        // clang-format on
     };
     for (const auto &[change, effects] : steps) {
         Change(change);
@@ -169,24 +161,16 @@ TEST_F(Applier, EveryShutterTimeIsTheExactQuotient)
         int32_t mainsHz, aecEn, ImgCfgStatus::*index, first;
         Times timesUs; // from index `first` on, which has no time of its own
     } tables[] = {
-        {50,
-         0,
-         &ImgCfgStatus::manExposure,
-         -1,
+        // clang-format off
+        {50, 0, &ImgCfgStatus::manExposure, -1,
          {4e4, 1e6 / 3, 1e6 / 6, 1e6 / 12, 4e4, 2e4, 1e4, 5e3, 2500, 1250, 625, 312.5, 156.25, 4e4}},
-        {60,
-         0,
-         &ImgCfgStatus::manExposure,
-         -1,
+        {60, 0, &ImgCfgStatus::manExposure, -1,
          {1e5 / 3, 25e4, 125e3, 2e5 / 3, 1e5 / 3, 5e4 / 3, 25e3 / 3, 4e3, 2e3, 1e3, 500, 250, 125, 1e5 / 3}},
         {50, 1, &ImgCfgStatus::dnFps, 1, {1e6 / 12, 1e6 / 6, 1e6 / 3, 2e6 / 3, 1e6, -1}},
         {60, 1, &ImgCfgStatus::dnFps, 1, {2e5 / 3, 125e3, 25e4, 5e5, 1e6, -1}},
         {50, 1, &ImgCfgStatus::maxExposure, 0, {4e4, 2e4, 1e4, 5e3, 2500, 4e4}},
-        {60,
-         1,
-         &ImgCfgStatus::maxExposure,
-         0,
-         {1e5 / 3, 5e4 / 3, 25e3 / 3, 12500.0 / 3, 6250.0 / 3, 1e5 / 3}},
+        {60, 1, &ImgCfgStatus::maxExposure, 0, {1e5 / 3, 5e4 / 3, 25e3 / 3, 12500.0 / 3, 6250.0 / 3, 1e5 / 3}},
+        // clang-format on
     };
     for (const auto &table : tables) {
         ImgCfgDefault(&wanted);
@@ -221,29 +205,14 @@ TEST_F(Applier, EveryStepIsReportedAndTheNextOneRuns)
     for (const char *calls : {"w ", "r 18", "r 19", "rename"})
         board.Fail(calls, 1, EIO, 1000);
     std::string expected;
-    for (const char *step : {"ERROR: SetBrightness",
-                             "ERROR: SetContrast",
-                             "ERROR: SetSaturation",
-                             "ERROR: SetSharpness",
-                             "ERROR: SetNfAutoMode",
-                             "ERROR: SetNfManualLevel",
-                             "ERROR: SetNfManualLevel",
-                             "ERROR: SetMirror",
-                             "ERROR: SetFlip",
-                             "ERROR: SetBlcIndex",
-                             "ERROR: SetAE",
-                             "CXD3193AR_Set_WbHoldH",
-                             "InfoWbrGain",
-                             "InfoWbbGain",
-                             "SetMnlWbrGain",
-                             "SetMnlWbbGain",
-                             "CXD3193AR_Set_WbHoldH",
-                             "CXD3193AR_Set_WbAutoH",
-                             "",
-                             "SetMnlWbrGain",
-                             "SetMnlWbbGain",
-                             "",
-                             "SetWdr"})
+    for (const char *step :
+         // clang-format off
+         {"ERROR: SetBrightness", "ERROR: SetContrast", "ERROR: SetSaturation", "ERROR: SetSharpness",
+          "ERROR: SetNfAutoMode", "ERROR: SetNfManualLevel", "ERROR: SetNfManualLevel", "ERROR: SetMirror",
+          "ERROR: SetFlip", "ERROR: SetBlcIndex", "ERROR: SetAE", "CXD3193AR_Set_WbHoldH", "InfoWbrGain",
+          "InfoWbbGain", "SetMnlWbrGain", "SetMnlWbbGain", "CXD3193AR_Set_WbHoldH", "CXD3193AR_Set_WbAutoH",
+          "", "SetMnlWbrGain", "SetMnlWbbGain", "", "SetWdr"}) // "": the gains cannot be saved
+        // clang-format on
         expected += *step != '\0' ? std::string("ImageSet: [kel_isp] ") + step + " failed.\n"
                                   : "SaveWB: [kel_isp] Save WB R Data Error!!!!!!\n";
     EXPECT_EQ(Reports([&] { ImageSet(&wanted); }), expected);
@@ -298,18 +267,15 @@ TEST_F(Applier, GeneratedSequences)
         std::vector<size_t> words;
         std::string effects; // how the group's effects begin
         bool always;         // a difference has an effect in any case
-    } groups[] = {{{210}, "w 75,w 73", true},
-                  {{211}, "w 72", true},
-                  {{212, 218, 219, 222, 223}, "rewr,w 97,w 98,gio ", true},
-                  {{213}, "w 93,w 96", true},
-                  {{214, 215}, "w 53,w 55", true},
-                  {{216, 217}, "w ca", true},
-                  {{225}, "w 71", true},
-                  {{195, 196, 199, 200, 201, 202, 209, 221},
-                   "w 30,w 31,w 32,w 33,w 34,w 35,w 37,w 38,w 39,w 3b",
-                   false},
-                  {{197, 207, 208}, "w 3c,w 3d,w 3e,slee,rewr", false},
-                  {{226}, "w 5f", false}};
+    } groups[] = {
+        // clang-format off
+        {{210}, "w 75,w 73", true}, {{211}, "w 72", true},
+        {{212, 218, 219, 222, 223}, "rewr,w 97,w 98,gio ", true}, {{213}, "w 93,w 96", true},
+        {{214, 215}, "w 53,w 55", true}, {{216, 217}, "w ca", true}, {{225}, "w 71", true},
+        {{195, 196, 199, 200, 201, 202, 209, 221}, "w 30,w 31,w 32,w 33,w 34,w 35,w 37,w 38,w 39,w 3b", false},
+        {{197, 207, 208}, "w 3c,w 3d,w 3e,slee,rewr", false}, {{226}, "w 5f", false},
+        // clang-format on
+    };
     std::mt19937 random(99);
     for (int round = 0; round < 400; ++round) {
         const Words have = AsWords(gtImgCfgStatus);

@@ -14,15 +14,14 @@
 namespace
 {
 
-const std::string keyList = "SNR_TYPE;LEN_TYPE;ICR_TYPE;2A_AEC_EN;2A_AGC_EN;2A_AEL_EN;2A_AWB_EN;2A_MAX_"
-                            "EXPOSURE;2A_MAN_EXPOSURE;2A_MAX_GAIN;"
-                            "2A_MAN_GAIN;2A_LIMIT_INDEX;2A_LIMIT_UPPER;2A_LIMIT_LOWER;2A_WB_SAVE;2A_WB_R;2A_"
-                            "WB_B;2A_DEFLICKER;IMG_BRIGHTNESS;"
-                            "IMG_CONTRAST;IMG_SATURATION;IMG_SHARPNESS;IMG_NF_MODE;IMG_NF_LEVEL;IMG_FLIP;IMG_"
-                            "MIRROR;DN_MODE;DN_BW;DN_ICR;"
-                            "DN_FPS;TRIG;DN_LS;DN_LUM;EXT_BLC;EXT_WDR;EXT_NF;EXT_LSC;EXT_DPC;EXT_AEWIN;RESET;"
-                            "RELOAD;EXT_DEBUG;LOOPBREAK;"
-                            "sensor_width;sensor_height";
+// clang-format off
+const std::string keyList =
+    "SNR_TYPE;LEN_TYPE;ICR_TYPE;2A_AEC_EN;2A_AGC_EN;2A_AEL_EN;2A_AWB_EN;2A_MAX_EXPOSURE;2A_MAN_EXPOSURE;"
+    "2A_MAX_GAIN;2A_MAN_GAIN;2A_LIMIT_INDEX;2A_LIMIT_UPPER;2A_LIMIT_LOWER;2A_WB_SAVE;2A_WB_R;2A_WB_B;"
+    "2A_DEFLICKER;IMG_BRIGHTNESS;IMG_CONTRAST;IMG_SATURATION;IMG_SHARPNESS;IMG_NF_MODE;IMG_NF_LEVEL;IMG_FLIP;"
+    "IMG_MIRROR;DN_MODE;DN_BW;DN_ICR;DN_FPS;TRIG;DN_LS;DN_LUM;EXT_BLC;EXT_WDR;EXT_NF;EXT_LSC;EXT_DPC;"
+    "EXT_AEWIN;RESET;RELOAD;EXT_DEBUG;LOOPBREAK;sensor_width;sensor_height";
+// clang-format on
 
 // Word of the record that each key sets, in the order of the list; -1: none.
 const int words[] = {0,   1,   2,   195, 196, 198, 197, 199, 200, 201, 202, 203, 204, 205, 206,
@@ -68,11 +67,10 @@ TEST_F(Config, EachKeyHasItsPositionAndSetsItsFieldAlone)
         Words expected = AsWords();
         if (word >= 0)
             expected[static_cast<size_t>(word)] = -77;
-        EXPECT_EQ(ImgCfgParse(&record, key.c_str(), "-77"), static_cast<int>(position));
-        EXPECT_EQ(AsWords(), expected) << key;
-        EXPECT_EQ(ImgCfgParse(&record, key.c_str(), nullptr),
-                  static_cast<int>(position)); // no value: nothing changes
-        EXPECT_EQ(AsWords(), expected) << key;
+        for (const char *value : {"-77", static_cast<const char *>(nullptr)}) { // without one nothing changes
+            EXPECT_EQ(ImgCfgParse(&record, key.c_str(), value), static_cast<int>(position));
+            EXPECT_EQ(AsWords(), expected) << key;
+        }
         position += key.size() + 1;
     }
     EXPECT_EQ(position, keyList.size() + 1);
@@ -100,20 +98,13 @@ TEST_F(Config, KeysAreFoundByTheirFirstOccurrence)
 
 TEST_F(Config, Values)
 {
-    const std::pair<const char *, int32_t> cases[] = {{"12abc", 12},
-                                                      {"abc", 0},
-                                                      {"-5", -5},
-                                                      {" \t\v+7", 7},
-                                                      {"0x10", 0},
-                                                      {"--5", 0},
-                                                      {"", 0},
-                                                      {"007", 7},
-                                                      {"2147483647", INT32_MAX},
-                                                      {"2147483648", INT32_MAX},
-                                                      {"-2147483648", INT32_MIN},
-                                                      {"-2147483649", INT32_MIN},
-                                                      {"4294967297", INT32_MAX},
-                                                      {"99999999999999999999999", INT32_MAX}};
+    const std::pair<const char *, int32_t> cases[] = {
+        // clang-format off
+        {"12abc", 12}, {"abc", 0}, {"-5", -5}, {" \t\v+7", 7}, {"0x10", 0}, {"--5", 0}, {"", 0}, {"007", 7},
+        {"2147483647", INT32_MAX}, {"2147483648", INT32_MAX}, {"-2147483648", INT32_MIN},
+        {"-2147483649", INT32_MIN}, {"4294967297", INT32_MAX}, {"99999999999999999999999", INT32_MAX},
+        // clang-format on
+    };
     for (const auto &[text, value] : cases) {
         ImgCfgParse(&record, "DN_FPS", text);
         EXPECT_EQ(record.dnFps, value) << text;
@@ -132,22 +123,17 @@ TEST_F(Config, Values)
 TEST_F(Config, FileLines)
 {
     const std::pair<std::string, int32_t> cases[] = {
-        {"2A_WB_R = 600\n", 600},
-        {"\t 2A_WB_R\t=\t600 700 # x\r\n", 600},
-        {"2A_WB_R 600", 600},
-        {"2A_WB_R\t600", 600},
-        {"2A_WB_R=1\n2A_WB_R=2\n", 2},
-        {"  # 2A_WB_R=600\n", 512},
-        {"#2A_WB_R=600\n", 512},
-        {"2A_WB_R\n", 512},
-        {"2A_WB_R=\"600\"\n", 0},
-        {"2A_WB_R=6\t00\n", 6},
-        {"=== 2A_WB_R ==\r\r 600\n", 600},
-        {"LOOPBREAK=1\n2A_WB_R=600\n", 600},
+        // clang-format off
+        {"2A_WB_R = 600\n", 600}, {"\t 2A_WB_R\t=\t600 700 # x\r\n", 600}, {"2A_WB_R 600", 600},
+        {"2A_WB_R\t600", 600}, {"2A_WB_R=1\n2A_WB_R=2\n", 2}, {"  # 2A_WB_R=600\n", 512},
+        {"#2A_WB_R=600\n", 512}, {"2A_WB_R\n", 512}, {"2A_WB_R=\"600\"\n", 0}, {"2A_WB_R=6\t00\n", 6},
+        {"=== 2A_WB_R ==\r\r 600\n", 600}, {"LOOPBREAK=1\n2A_WB_R=600\n", 600},
         {std::string(300, '#') + "2A_WB_R=600\n", 512},
         {std::string(255, '#') + "2A_WB_R=600\n", 600}, // the second piece of a long line
         {"2A_WB_R=600" + std::string(300, ' ') + "2A_WB_R=700\n", 700},
-        {std::string("2A_WB_R\0=600\n", 14), 512}};
+        {std::string("2A_WB_R\0=600\n", 14), 512},
+        // clang-format on
+    };
     for (const auto &[text, wbR] : cases) {
         ImgCfgDefault(&record);
         EXPECT_EQ(Load(text), 0);
@@ -234,10 +220,9 @@ TEST_F(Config, PrintoutByteForByte)
     std::string window = "EXT_AEWIN\t:\n", after = "EXT_RESET\t:230\nEXT_DEBUG\t:231\n";
     for (int cell = 3; cell < 195; ++cell)
         window += std::to_string(cell) + (cell % 12 == 2 ? "\n" : "");
-    for (std::string *text : {&before, &after}) {
+    for (std::string *text : {&before, &after})
         for (size_t at = 0; (at = text->find(':', at)) != std::string::npos; at += 3)
             text->replace(at, 1, "\t:\t");
-    }
     EXPECT_EQ(Capture([&] { ImgCfgPrint(&record); }).out, rule + before + window + after + rule);
 }
 
@@ -292,22 +277,12 @@ TEST_F(Config, SystemLoadSetsDebugAndSwitches)
 TEST_F(Config, AnyBytesLoad)
 {
     std::mt19937 random(7);
-    const std::string atoms[] = {"EXT_AEWIN",
-                                 "=",
-                                 " ",
-                                 "RESET=1\n",
-                                 "2A_",
-                                 "WB_R",
-                                 "9999999999",
-                                 "-",
-                                 "\t",
-                                 "\n",
-                                 std::string(200, '3'),
-                                 std::string(1, '\0'),
-                                 "\xFF",
-                                 "#",
-                                 "LOOPBREAK=1\n",
-                                 "sensor_"};
+    const std::string atoms[] = {
+        // clang-format off
+        "EXT_AEWIN", "=", " ", "RESET=1\n", "2A_", "WB_R", "9999999999", "-", "\t", "\n",
+        std::string(200, '3'), std::string(1, '\0'), "\xFF", "#", "LOOPBREAK=1\n", "sensor_",
+        // clang-format on
+    };
     for (int round = 0; round < 2000; ++round) {
         std::string text;
         for (auto i = random() % 60; i > 0; --i)

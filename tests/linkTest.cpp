@@ -19,42 +19,6 @@ class Bus : public BoardTest
 {
 };
 
-TEST_F(Bus, PrimitivesAreOneRequestEach)
-{
-    DrvI2cHndl handle = {board.Attach("/dev/dev_i2c")};
-    uint8_t addr[255], bytes[255] = {1, 2, 3};
-    uint16_t words[255] = {0x1234, 0xABCD};
-    for (unsigned i = 0; i < 255; ++i) {
-        addr[i] = static_cast<uint8_t>(0xFE + i);
-    }
-    board.regs[0xFE] = 0x5A;
-    board.regs[0x00] = 0xC3;
-    const struct {
-        std::function<int()> call;
-        std::string line;
-    } cases[] = {
-        {[&] { return DrvI2cWrite8(&handle, addr, bytes, 3); }, "w fe 01 02 03"},
-        {[&] { return DrvI2cWrite16(&handle, addr, words, 2); }, "w16 fe 1234 abcd"},
-        {[&] { return DrvI2cRead8(&handle, addr, bytes, 255); }, "r8 fe 255"},
-        {[&] { return DrvI2cRead16(&handle, addr, words, 2); }, "r16 fe 2"},
-        {[&] { return DrvI2cReadBlk8(&handle, addr, bytes, 3); }, "r fe 3"},
-        {[&] { return DrvI2cReadBlk8(&handle, addr, bytes, 0); }, "r - 0"},
-    };
-    for (const auto &c : cases) {
-        board.Fail(c.line, 1, ENXIO, 1, -3);
-        const Printed printed = Capture([&] {
-            EXPECT_EQ(c.call(), -3) << c.line;
-            EXPECT_EQ(errno, ENXIO);
-            EXPECT_EQ(c.call(), 0) << c.line;
-        });
-        EXPECT_EQ(printed.out + printed.err, "");
-        EXPECT_EQ(board.Take(), Lines({c.line, c.line}));
-    }
-    EXPECT_EQ(bytes[0], 0x34); // written by the 16-bit write, low byte
-    EXPECT_EQ(words[1], 0xFFCD);
-    EXPECT_EQ(DrvI2cClose(&handle), 0);
-}
-
 TEST_F(Bus, OpenSelectsTheSlaveOrLeavesNothingOpen)
 {
     DrvI2cHndl handle = {};
@@ -86,9 +50,8 @@ TEST(Hex, AnyTextIsRead)
         {"123456789", 0x23456789}, {"/0:9@A", 0x90A}, {"`aF{", 0xAF0}, {"-1", 1}, {" 7 ", 0x70}, {"\xFF" "1", 1},
         // clang-format on
     };
-    for (const auto &c : cases) {
+    for (const auto &c : cases)
         EXPECT_EQ(HexStrToUint(c.text), c.value) << c.text;
-    }
 }
 
 TEST_F(Bus, UtilityDoesWhatItsWordsSay)
@@ -141,12 +104,10 @@ TEST_F(Bus, UtilityDoesWhatItsWordsSay)
             shown += " " + word;
         }
         argv.push_back(nullptr);
-        for (unsigned i = 0; i < 256; ++i) {
+        for (unsigned i = 0; i < 256; ++i)
             board.regs[i] = static_cast<uint8_t>(i + 0x70);
-        }
-        if (c.fails != nullptr) {
+        if (c.fails != nullptr)
             board.Fail(c.fails, 1, EIO, 1, -3);
-        }
         const Printed printed = Capture([&] {
             EXPECT_EQ(DrvI2cTestMain(static_cast<int>(argv.size()) - 1, argv.data()), c.status) << shown;
         });
@@ -187,11 +148,9 @@ TEST_F(Link, ReflectGroupOfEveryRegister)
         {0xCA, 0xCC, 0x01}, {0xCD, 0xF0, 0x02}, {0xF1, 0xFD, 0x04}, {0xFE, 0xFF, 0},
     };
     int seen = 0;
-    for (const auto &group : groups) {
-        for (int reg = group.first; reg <= group.last; ++reg, ++seen) {
+    for (const auto &group : groups)
+        for (int reg = group.first; reg <= group.last; ++reg, ++seen)
             EXPECT_EQ(CXD3193AR_ReflectBit(static_cast<uint8_t>(reg)), group.bit) << reg;
-        }
-    }
     EXPECT_EQ(seen, 256);
 }
 
@@ -232,57 +191,55 @@ TEST_F(Link, CountsAndGroupsAreCheckedBeforeAnyTraffic)
     EXPECT_EQ(gbRegAddr[32], 0);
 }
 
-TEST_F(Link, ReadIsRetriedAndEachFailureIsPrintedCountedAndLogged)
+TEST_F(Link, FailuresAreRetriedPrintedCountedAndLogged)
 {
-    giI2cErrRetry = 2;
-    board.transferNs = 2000000;
-    bytes[0] = bytes[1] = 0xEE;
-    board.Fail("r 30", 1, EIO, 3);
-    Printed printed = Capture([&] { EXPECT_EQ(CXD3193AR_Read(0x30, bytes, 2), CXD3193AR_FAILED); });
-    EXPECT_EQ(printed.err, "[CXD3193AR_Read] Read Addr (0x30) failed! count = 2, 2 ms\n"
-                           "[CXD3193AR_Read] Read Addr (0x30) failed! count = 2, 5 ms\n"
-                           "[CXD3193AR_Read] Read Addr (0x30) failed! count = 2, 8 ms\n");
-    EXPECT_EQ(printed.out, "");
-    const Lines once = {"r 30 2", logged[0], logged[1], "sleep 1000"};
-    Lines thrice = once;
-    thrice.insert(thrice.end(), once.begin(), once.end());
-    thrice.insert(thrice.end(), once.begin(), once.end());
-    EXPECT_EQ(board.Take(), thrice);
-    EXPECT_EQ(bytes[0] << 8 | bytes[1], 0xEEEE) << "untouched on failure";
-    EXPECT_EQ(giI2cErrCount, 3);
-
-    giI2cErrRetry = 1;
-    board.regs[0x30] = 0x12;
-    board.Fail("r 30", 1);
-    Capture([&] { EXPECT_EQ(CXD3193AR_Read(0x30, bytes, 2), 0); });
-    EXPECT_EQ(bytes[0] << 8 | bytes[1], 0x1200);
-    giI2cErrRetry = -5;
-    board.Fail("r 30", 1, EIO, 9);
-    board.Take();
-    Capture([&] { EXPECT_EQ(CXD3193AR_Read(0x30, bytes, 2), CXD3193AR_FAILED); });
-    EXPECT_EQ(board.Take(), once);
-    EXPECT_EQ(board.ReadFile(csv), "2024/05/01 12:00:00, 0, 2, 1\n2024/05/01 12:00:00, 1, 5, 2\n"
-                                   "2024/05/01 12:00:00, 2, 8, 3\n2024/05/01 12:00:00, 0, 2, 4\n"
-                                   "2024/05/01 12:00:00, 0, 2, 5\n");
+    const auto read = [&] { return CXD3193AR_Read(0x35, bytes, 2); };
+    const auto write = [&] { return CXD3193AR_Write(0x35, bytes, 2); };
+    const std::string readLine = "[CXD3193AR_Read] Read Addr (0x35) failed! count = 2, ";
+    const std::string writeLine = "[CXD3193AR_Write] Write 0x35 = 0x65 failed! count = 2, ";
+    const Lines read2 = {"r 35 2", logged[0], logged[1], "sleep 1000"};
+    const Lines write2 = {"w 35 65 0a", logged[0], logged[1], "sleep 1000"};
+    const struct {
+        std::function<int()> access;
+        int retries, failures, status;
+        std::string err, log;
+        std::vector<Lines> lines;
+    } cases[] = {
+        // clang-format off
+        {read, 2, 3, -6, readLine + "2 ms\n" + readLine + "5 ms\n" + readLine + "8 ms\n",
+         "0, 2, 17\n1, 5, 18\n2, 8, 19\n", {read2, read2, read2}},
+        {read, 1, 1, 0, readLine + "2 ms\n", "0, 2, 17\n", {read2, {"r 35 2", "sleep 1000"}}},
+        {read, -5, 9, -6, readLine + "2 ms\n", "0, 2, 17\n", {read2}},
+        {write, 1, 2, -6, writeLine + "2 ms\n" + writeLine + "5 ms\n", "0, 2, 17\n1, 5, 18\n",
+         {{"r 20 3", "sleep 1000"}, write2, write2}},
+        // clang-format on
+    };
+    for (const auto &c : cases) {
+        board.Reset();
+        AttachLink();
+        board.transferNs = 2000000;
+        board.regs[0x35] = 0x12;
+        giI2cErrRetry = c.retries;
+        giI2cErrCount = 16;
+        bytes[0] = 0x65;
+        bytes[1] = 0x0A;
+        board.Fail(c.lines.back()[0], 1, EIO, c.failures);
+        const Printed printed = Capture([&] { EXPECT_EQ(c.access(), c.status); });
+        EXPECT_EQ(printed.out + printed.err, c.err);
+        Lines expected;
+        for (const Lines &lines : c.lines)
+            expected.insert(expected.end(), lines.begin(), lines.end());
+        EXPECT_EQ(board.Take(), expected);
+        std::string log = board.ReadFile(csv);
+        const std::string stamp = "2024/05/01 12:00:00, ";
+        for (size_t at = 0; (at = log.find(stamp, at)) != std::string::npos;)
+            log.erase(at, stamp.size());
+        EXPECT_EQ(log, c.log);
+        EXPECT_EQ(giI2cErrCount, 16 + std::count(log.begin(), log.end(), '\n'));
+        EXPECT_EQ(bytes[0] << 8 | bytes[1], c.status == 0 ? 0x1200 : 0x650A) << "untouched on failure";
+        EXPECT_EQ(board.regs[0x35], 0x12);
+    }
     EXPECT_EQ(giI2cReadErrCount, 0);
-}
-
-TEST_F(Link, WriteIsRetriedAndEachFailureIsPrintedCountedAndLogged)
-{
-    giI2cErrRetry = 1;
-    giI2cErrCount = 16;
-    board.transferNs = 2000000;
-    board.Fail("w", 1, EIO, 2);
-    bytes[0] = 0x65;
-    bytes[1] = 0x0A;
-    const Printed printed = Capture([&] { EXPECT_EQ(CXD3193AR_Write(0x35, bytes, 2), CXD3193AR_FAILED); });
-    EXPECT_EQ(printed.err, "[CXD3193AR_Write] Write 0x35 = 0x65 failed! count = 2, 2 ms\n"
-                           "[CXD3193AR_Write] Write 0x35 = 0x65 failed! count = 2, 5 ms\n");
-    EXPECT_EQ(board.Take(), Lines({"r 20 3", "sleep 1000", "w 35 65 0a", logged[0], logged[1], "sleep 1000",
-                                   "w 35 65 0a", logged[0], logged[1], "sleep 1000"}));
-    EXPECT_EQ(board.ReadFile(csv), "2024/05/01 12:00:00, 0, 2, 17\n2024/05/01 12:00:00, 1, 5, 18\n");
-    EXPECT_EQ(giI2cErrCount, 18);
-    EXPECT_EQ(board.regs[0x35], 0);
 }
 
 TEST_F(Link, LogWithoutItsFolder)
@@ -291,10 +248,6 @@ TEST_F(Link, LogWithoutItsFolder)
     EXPECT_EQ(board.ReadFile(csv), "2024/05/01 12:00:00, 5, 5000000000, 17\n");
     std::filesystem::remove_all(board.RealPath("/mnt/nand"));
     EXPECT_EQ(Capture([&] { EXPECT_EQ(CXD3193AR_LogI2cErr(0, 1, 3), -1); }).err, "fopen failed!\n");
-    giI2cErrRetry = 1;
-    board.Fail("r 30", 1);
-    EXPECT_EQ(Capture([&] { EXPECT_EQ(CXD3193AR_Read(0x30, bytes, 1), 0); }).err,
-              "[CXD3193AR_Read] Read Addr (0x30) failed! count = 1, 0 ms\nfopen failed!\n");
 }
 
 TEST_F(Link, WriteWaitsForTheReflectRegisters)
@@ -386,10 +339,10 @@ TEST_F(Link, ClockFailuresAreReportedAndTheTransferGoesOn)
     }
     board.regs[0x20] = 1; // a clock that runs backwards
     board.onCall = [&](const std::string &line) {
-        if (line == "sleep 10000") {
-            board.regs[0x20] = 0;
-            board.nowNs = FakeBoard::startNs / 2;
-        }
+        if (line != "sleep 10000")
+            return;
+        board.regs[0x20] = 0;
+        board.nowNs = FakeBoard::startNs / 2;
     };
     const Printed printed = Capture([&] { EXPECT_EQ(CXD3193AR_Write(0x30, bytes, 1), 0); });
     EXPECT_EQ(Locate(printed.err), place + "dwEnd < 0 || dwEnd < dwStart.\n");

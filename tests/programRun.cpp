@@ -42,12 +42,13 @@ Words Located(Words program)
     return program;
 }
 
-void Append(Words &to, const Words &more)
-{
-    to.insert(to.end(), more.begin(), more.end());
-}
-
 } // namespace
+
+Words With(Words words, const Words &more)
+{
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
 
 std::string ReadFile(const std::string &path)
 {
@@ -168,12 +169,8 @@ SimBoard::~SimBoard()
 
 Words SimBoard::Command(const Words &program, const Words &options) const
 {
-    Words words = {Env("CAMSIM"), "--board", folder_};
-    Append(words, options);
-    if (!Env("EMULATOR").empty())
-        Append(words, {"--emulator", Env("EMULATOR")});
-    Append(words, Located(program));
-    return words;
+    const Words emulator = Env("EMULATOR").empty() ? Words{} : Words{"--emulator", Env("EMULATOR")};
+    return With(With(With({Env("CAMSIM"), "--board", folder_}, options), emulator), Located(program));
 }
 
 Outcome SimBoard::Run(const Words &program, const Words &options) const
@@ -183,9 +180,7 @@ Outcome SimBoard::Run(const Words &program, const Words &options) const
 
 Outcome SimBoard::Sim(const Words &command) const
 {
-    Words words = {Env("CAMSIM"), "--board", folder_};
-    Append(words, command);
-    return Started(words).Wait();
+    return Started(With({Env("CAMSIM"), "--board", folder_}, command)).Wait();
 }
 
 Outcome RunPlain(const Words &program)
@@ -194,6 +189,5 @@ Outcome RunPlain(const Words &program)
     std::istringstream emulator(Env("EMULATOR"));
     for (std::string word; emulator >> word;)
         words.push_back(word);
-    Append(words, Located(program));
-    return Started(words).Wait();
+    return Started(With(words, Located(program))).Wait();
 }

@@ -12,6 +12,9 @@
 
 using Words = std::vector<std::string>;
 
+/// The words of both.
+Words With(Words words, const Words &more);
+
 /// How a program ended: its exit status, or 128 + the signal that killed it.
 struct Outcome {
     int status = -1;
@@ -36,10 +39,10 @@ class Started
     /// passed before.
     bool AwaitOut(const std::string &text, int times = 1) const;
 
-      /// Memory that the program holds.
+    /// Memory that the program holds.
     long ResidentKiB() const;
 
-private:
+  private:
     pid_t pid_ = -1;
     std::string outPath_;
     std::string errPath_;

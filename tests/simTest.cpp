@@ -22,8 +22,7 @@ namespace
 
 using Bytes = std::vector<uint8_t>;
 
-// ---------------------------------------------------------------------------------------- inside the
-// simulation
+// ---- inside the simulation
 
 class OnBoard : public testing::Test
 {
@@ -168,7 +167,7 @@ TEST_F(OnBoard, PausesAreNeverShorterThanAsked)
     EXPECT_GE(time(nullptr) - wall, 4);
 }
 
-// --------------------------------------------------------------------------------------------- from outside
+// ---- from outside
 
 TEST(Board, ServesPrograms)
 {
@@ -248,13 +247,15 @@ TEST(Commands, TellWhatToTypeInstead)
         int status;
         const char *hint;
     } rows[] = {
-        {{"dmp"}, 127, "did you mean dump?"},           {{"peek", "MnlAg"}, 2, "did you mean MnlAgn"},
-        {{"peek", "0x100"}, 2, "0x00 to 0xFF"},         {{"poke", "AeSwitch", "2"}, 2, "it takes 0 to 1"},
-        {{"poke", "ExpTime", "1"}, 2, "camSim scene"},  {{"scene", "ligth=3"}, 2, "light=LUX"},
-        {{"pins", "led=2"}, 2, "and 0 or 1"},           {{"fault", "i2c.red"}, 2, "Calls are: open"},
-        {{"fault", "i2c.read:nth=0"}, 2, "nth=3"},      {{"fault", "open:full"}, 2, "flash:full"},
-        {{"fault", "clear", "9"}, 1, "fault list"},     {{"--sped", "3", "dump"}, 2, "did you mean --speed?"},
+        // clang-format off
+        {{"dmp"}, 127, "did you mean dump?"}, {{"peek", "MnlAg"}, 2, "did you mean MnlAgn"},
+        {{"peek", "0x100"}, 2, "0x00 to 0xFF"}, {{"poke", "AeSwitch", "2"}, 2, "it takes 0 to 1"},
+        {{"poke", "ExpTime", "1"}, 2, "camSim scene"}, {{"scene", "ligth=3"}, 2, "light=LUX"},
+        {{"pins", "led=2"}, 2, "and 0 or 1"}, {{"fault", "i2c.red"}, 2, "Calls are: open"},
+        {{"fault", "i2c.read:nth=0"}, 2, "nth=3"}, {{"fault", "open:full"}, 2, "flash:full"},
+        {{"fault", "clear", "9"}, 1, "fault list"}, {{"--sped", "3", "dump"}, 2, "did you mean --speed?"},
         {{"--speed", "0", "dump"}, 2, "0.01 to 10000"},
+        // clang-format on
     };
     for (const auto &row : rows) {
         const Outcome outcome = board.Sim(row.words);

@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstdarg>
 #include <cstring>
@@ -33,8 +34,7 @@ static bool IsOurs(FILE *file)
     extern "C" type __real_##name parameters;                                                                \
     extern "C" type __wrap_##name parameters                                                                 \
     {                                                                                                        \
-        int result = 0;                                                                                      \
-        return (condition) && Board().Call(#name, result) ? (failure) : __real_##name arguments;             \
+        return (condition) && Board().Call(#name) ? (failure) : __real_##name arguments;                     \
     }
 RECORDED(size_t, fwrite, (const void *data, size_t size, size_t count, FILE *file), (data, size, count, file),
          IsOurs(file), 0)
@@ -43,19 +43,17 @@ RECORDED(int, fchown, (int fd, uid_t user, gid_t group), (fd, user, group), true
 RECORDED(int, fchmod, (int fd, mode_t mode), (fd, mode), true, -1)
 extern "C" int __wrap_fprintf(FILE *file, const char *format, ...)
 {
-    int result = 0;
     va_list args;
     va_start(args, format);
-    result = IsOurs(file) && Board().Call("fprintf", result) ? result : vfprintf(file, format, args);
+    const int result = IsOurs(file) && Board().Call("fprintf") ? -1 : vfprintf(file, format, args);
     va_end(args);
     return result;
 }
 // The second name is that of a 32-bit C library's call with 64-bit times.
 extern "C" int __wrap_fstat(int fd, struct stat *out)
 {
-    int result = 0;
     const bool recorded = Board().openFiles.size() == 2;
-    return recorded && Board().Call("fstat", result) ? result : fstatat(fd, "", out, AT_EMPTY_PATH);
+    return recorded && Board().Call("fstat") ? -1 : fstatat(fd, "", out, AT_EMPTY_PATH);
 }
 extern "C" int __wrap___fstat64_time64(int, struct stat *) __attribute__((alias("__wrap_fstat")));
 
@@ -122,77 +120,53 @@ class Store : public BoardTest
     }
     bool TempExists() { return std::filesystem::exists(board.RealPath(temp)); }
 
-    void ExpectLikeModel(const std::string &text, const std::string &key, const std::string &value)
+    // Reads the key and sets it.
+    void Expect(const std::string &text, const std::string &key, const std::string &value,
+                const std::optional<std::string> &expected, const std::string &replaced)
     {
         Write(text);
         char buffer[256] = "untouched";
         EXPECT_EQ(sysconf_fget(path.c_str(), key.c_str(), buffer), 0);
-        EXPECT_EQ(buffer, ValueOf(text, key).value_or("untouched")) << text;
+        EXPECT_EQ(buffer, expected.value_or("untouched")) << text;
         EXPECT_EQ(sysconf_fset(path.c_str(), key.c_str(), value.c_str()), 0);
-        EXPECT_EQ(Read(), Replaced(text, key, value));
+        EXPECT_EQ(Read(), replaced);
         EXPECT_FALSE(TempExists());
     }
 };
 
 TEST_F(Store, WrittenOutCases)
 {
-    // text, value of K (null: untouched), text after K was set to 6
-    const std::tuple<std::string, const char *, const char *> cases[] = {
-        {"K=5\n", "5", "K=6\n"},
-        {"K =  5\n", "5", "K =6\n"},
-        {"K=5", "5", "K=6\n"},
-        {"K=5 # rest\r\n", "5 # rest", "K=6\n"},
-        {"K=5\tremark\n", "5", "K=6\n"},
-        {"K=\"a b\" c\n", "a b", "K=6\n"},
-        {"K=\"a b\n", "a b", "K=6\n"},
-        {"K=\n", "", "K=6\n"},
-        {"K\nK=7\nK=8\n", "7", "K\nK=6\nK=6\n"},
-        {" K=5\n#K=5\n", nullptr, " K=5\n#K=5\n"},
-        {"J=0\nK_R=1\nKB=2\n", "1", "J=0\nK_R=6\nKB=6\n"},
-        {"k=5\n", nullptr, "k=5\n"},
-        {"K=\xE4\n", "", "K=6\n"},
-        {"", nullptr, ""}};
-    for (const auto &[text, expected, replaced] : cases) {
-        Write(text);
-        char value[256] = "untouched";
-        EXPECT_EQ(sysconf_fget(path.c_str(), "K", value), 0);
-        EXPECT_STREQ(value, expected != nullptr ? expected : "untouched") << text;
-        EXPECT_EQ(sysconf_fset(path.c_str(), "K", "6"), 0);
-        EXPECT_EQ(Read(), replaced);
-    }
+    // text, value of K (none: untouched), text after K was set to 6
+    const std::tuple<std::string, std::optional<std::string>, const char *> cases[] = {
+        // clang-format off
+        {"K=5\n", "5", "K=6\n"}, {"K =  5\n", "5", "K =6\n"}, {"K=5", "5", "K=6\n"},
+        {"K=5 # rest\r\n", "5 # rest", "K=6\n"}, {"K=5\tremark\n", "5", "K=6\n"},
+        {"K=\"a b\" c\n", "a b", "K=6\n"}, {"K=\"a b\n", "a b", "K=6\n"}, {"K=\n", "", "K=6\n"},
+        {"K=5\"6\n", "5\"6", "K=6\n"}, {"K\nK=7\nK=8\n", "7", "K\nK=6\nK=6\n"},
+        {" K=5\n#K=5\n", std::nullopt, " K=5\n#K=5\n"}, {"J=0\nK_R=1\nKB=2\n", "1", "J=0\nK_R=6\nKB=6\n"},
+        {"k=5\n", std::nullopt, "k=5\n"}, {"K=~\xE4\n", "~", "K=6\n"}, {"", std::nullopt, ""},
+        // clang-format on
+    };
+    for (const auto &[text, expected, replaced] : cases)
+        Expect(text, "K", "6", expected, replaced);
 }
 
 TEST_F(Store, GeneratedFilesLikeTheModel)
 {
     std::mt19937 random(20240501);
-    const std::string atoms[] = {"2A_WB",
-                                 "_R",
-                                 "=",
-                                 " ",
-                                 "\"",
-                                 "#",
-                                 "\n",
-                                 "\n",
-                                 "\r\n",
-                                 "\t",
-                                 "5",
-                                 "x y",
-                                 "\x80",
-                                 "\x7F",
-                                 std::string(1, '\0'),
-                                 std::string(90, 'z'),
-                                 std::string(255, '\0'),
-                                 "2A_WB_R=1\n",
-                                 "="};
+    const std::string atoms[] = {
+        // clang-format off
+        "2A_WB", "_R", "=", " ", "\"", "#", "\n", "\n", "\r\n", "\t", "5", "x y", "\x80", "\x7F",
+        std::string(1, '\0'), std::string(90, 'z'), std::string(255, '\0'), "2A_WB_R=1\n", "=",
+        // clang-format on
+    };
     for (int round = 0; round < 300; ++round) {
         std::string text;
         for (auto i = random() % 40; i > 0; --i)
             text += atoms[random() % std::size(atoms)];
-        ExpectLikeModel(text,
-                        round % 3 == 0   ? "2A_WB"
-                        : round % 3 == 1 ? "2A_WB_R"
-                                         : "#",
-                        atoms[random() % 6]);
+        const std::string key = std::array{"2A_WB", "2A_WB_R", "#"}[random() % 3],
+                          value = atoms[random() % 6];
+        Expect(text, key, value, ValueOf(text, key), Replaced(text, key, value));
     }
 }
 
