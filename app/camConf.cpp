@@ -147,7 +147,10 @@ int camConf::Fail(const char *what, const char *why)
 
 int main(int argc, char **argv)
 {
+    static char outputBuffer[1024];
     camStat::HoldStandardDescriptors();
+    setvbuf(stdout, outputBuffer, _IOLBF,
+            sizeof outputBuffer); // in order with standard error, also in a file
     const int status = Run(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return camConf::Fail("standard output");

@@ -6,7 +6,6 @@
 
 #include "app/startup.h"
 #include "isp/confText.h"
-#include "isp/ispCXD3193AR.h"
 #include "isp/ispImageSet.h"
 
 #include <errno.h>
@@ -55,8 +54,14 @@ int ParseStrictly(char *options, ImgCfgStatus *record)
         const char *value = kel::NextWord(&rest, kel::EndsOptionWord);
         if (value == nullptr)
             return Fail(key, "no value");
-        if (ImgCfgParse(record, key, value) < 0)
+        const int position = ImgCfgParse(record, key, value);
+        if (position < 0)
             return Fail(key, "unknown key");
+        const kel::KeyAction action = KeyAt(position)->action;
+        if (action == kel::KeyAction::NotStored || action == kel::KeyAction::Echo)
+            return Fail(key, "nothing is stored for this key");
+        if (action == kel::KeyAction::Window && strlen(value) < kel::kWindowCells)
+            return Fail(key, "fewer than 192 digits");
     }
     return kOk;
 }
@@ -85,6 +90,16 @@ ImgCfgStatus WithAppliedGains(ImgCfgStatus record)
     return record;
 }
 
+/// The record without gains that one of both does not give: no change of the file that could be told.
+ImgCfgStatus WithoutGainsNotGiven(ImgCfgStatus record, const ImgCfgStatus &other)
+{
+    if (record.wbR == kNotGiven || other.wbR == kNotGiven)
+        record.wbR = 0;
+    if (record.wbB == kNotGiven || other.wbB == kNotGiven)
+        record.wbB = 0;
+    return record;
+}
+
 /// Applies the record. A change of the white balance's mode comes first and alone: it freezes the camera's
 /// own gains when it goes to manual, and saves gains before it reads them when it goes to automatic. Given
 /// gains, and the save, follow in a second round. Tells whether the applier saved the gains; `applied` then
@@ -105,13 +120,14 @@ bool ApplyRecord(const ImgCfgStatus &given, ImgCfgStatus *applied)
     return given.wbSave == 1 && applied->wbSave == 0;
 }
 
-/// kFailed after a message when transfers failed since the counter stood at `errorsBefore`.
-int ReportTransfers(int32_t errorsBefore)
+/// kFailed after a message when steps of the applier failed since its counter stood at `errorsBefore`.
+int ReportFailedSteps(int32_t errorsBefore)
 {
-    if (giI2cErrCount == errorsBefore)
+    const int32_t failed = giImgSetErrCount - errorsBefore;
+    if (failed == 0)
         return kOk;
-    fprintf(stderr, "camConf: %d transfers failed, not every setting was applied\n",
-            giI2cErrCount - errorsBefore);
+    fprintf(stderr, "camConf: %d step%s failed, not every setting was applied\n", failed,
+            failed == 1 ? "" : "s");
     return kFailed;
 }
 
@@ -168,7 +184,9 @@ void ApplyFile(const WatchedFile &file, const ImgCfgStatus &read, const ImgCfgSt
                ImgCfgStatus *last)
 {
     ImgCfgStatus applied;
+    const int32_t errorsBefore = giImgSetErrCount;
     const bool saved = ApplyRecord(wanted, &applied);
+    ReportFailedSteps(errorsBefore);
     *last = read;
     if (!saved || strcmp(file.path, IMG_CFG_SYSTEM_FILE) != 0)
         return;
@@ -186,7 +204,7 @@ void ApplyChanges(const WatchedFile &file, ImgCfgStatus *last)
         return; // what was applied stays, until the file can be read again
     if (memcmp(&now, last, sizeof now) == 0)
         return;
-    PrintDifferences(WithAppliedGains(*last), WithAppliedGains(now));
+    PrintDifferences(WithoutGainsNotGiven(*last, now), WithoutGainsNotGiven(now, *last));
     // The gains and the wish to save them count when they change in the file: 2A_WB_SAVE=1 stays there after
     // the save, which would otherwise be answered by the next one.
     ImgCfgStatus wanted = now;
@@ -241,11 +259,11 @@ int camConf::Apply(const Words &words)
     camStat::InstallStopHandler(OnStopSignal); // the settings are applied whole, also when a signal comes
     if (camStat::StartBoard("camConf") != 0)
         return kFailed;
-    const int32_t errorsBefore = giI2cErrCount;
+    const int32_t errorsBefore = giImgSetErrCount;
     ForgetApplied(wanted);
     ImgCfgStatus applied;
     ApplyRecord(wanted, &applied);
-    status = ReportTransfers(errorsBefore);
+    status = ReportFailedSteps(errorsBefore);
     camStat::StopBoard();
     return status;
 }

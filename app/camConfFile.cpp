@@ -207,6 +207,8 @@ int camConf::Diff(const Words &words)
 
 int camConf::Get(const Words &words)
 {
+    if (*words.operands[1] == '\0')
+        return Fail("KEY", "is empty");
     FILE *file = fopen(words.operands[0], "r");
     if (file == nullptr)
         return Fail(words.operands[0]);
@@ -215,7 +217,7 @@ int camConf::Get(const Words &words)
     if (ferror(file) != 0)
         Fail(words.operands[0]);
     if (found && IsOtherKey(lines)) {
-        fprintf(stderr, "camConf: %s: value of ", words.operands[1]);
+        fprintf(stderr, "camConf: %s: no line has this key alone; value of ", words.operands[1]);
         PrintSafely(stderr, lines.line, OwnKeyLength(lines));
         putc('\n', stderr);
     }
@@ -236,6 +238,8 @@ int camConf::Get(const Words &words)
 int camConf::Set(const Words &words)
 {
     const char *path = words.operands[0];
+    if (*words.operands[1] == '\0')
+        return Fail("KEY", "is empty");
     if (strchr(words.operands[2], '\n') != nullptr)
         return Fail(words.operands[1], "the value holds a line feed");
     FILE *file = fopen(path, "r");

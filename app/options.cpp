@@ -203,8 +203,8 @@ void Usage()
 void SigHandler(int signalNumber)
 {
     if (gfDebugFlag != 0) {
-        // write, not printf: the signal may have come in the middle of a printf. A line that cannot be written is
-        // nobody's loss.
+        // write, not printf: the signal may have come in the middle of
+        // a printf. A line that cannot be written is nobody's loss.
         static constexpr char kInt[] = "[camStat] INFO: SIGINT!\n";
         static constexpr char kTerm[] = "[camStat] INFO: SIGTERM!\n";
         const int interruptedErrno = errno;

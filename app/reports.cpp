@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// The report texts. Every value comes from a getter; this file owns the order of the lines, their exact texts
-// and the few conversions made for printing. What a getter reports about its failure goes to standard error,
-// from there.
+// The report texts. Every value comes from a getter; this file owns the order
+// of the lines, their exact texts and the few conversions made for printing.
+// What a getter reports about its failure goes to standard error, from there.
 #include "app/reports.h"
 
 #include "isp/ispCXD3193AR.h"

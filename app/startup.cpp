@@ -83,8 +83,8 @@ void InstallStopHandler(void (*handler)(int))
 
 void AskForExactPauses()
 {
-    // The default slack of 50 us would lengthen every 1 ms pause by a twentieth. A kernel without it changes
-    // nothing.
+    // The default slack of 50 us would lengthen every 1 ms pause by a
+    // twentieth. A kernel without it changes nothing.
     prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
 }
 

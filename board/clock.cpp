@@ -18,8 +18,8 @@ int FormatNow(char *buf, const char *format)
 {
     const time_t now = time(nullptr);
     tm local = {};
-    if (const tm *shared =
-            localtime(&now)) // null only for a year that does not fit: the stamp is then all zero
+    // null only for a year that does not fit: the stamp is then all zero
+    if (const tm *shared = localtime(&now))
         local = *shared;
     memset(buf, 0, KEL_STAMP_SIZE);
     snprintf(buf, kStampLimit, format, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,

@@ -12,8 +12,10 @@
 
 KEL_DECLS_BEGIN
 
-/** Nonzero: debug lines of the parser, the sensor initialisation, the alarm input and camStat's signal
- * handler. */
+/**
+ * Nonzero: debug lines of the parser, the sensor initialisation, the
+ * alarm input and camStat's signal handler.
+ */
 extern int32_t gfDebugFlag;
 
 /** Nonzero: debug lines of the image-settings applier. */

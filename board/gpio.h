@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: MIT
  *
- * The board's discrete signals around the camera, driven through the GPIO device "/dev/gio": IR-cut filter,
- * IR LEDs, sensor reset line, alarm input. Every operation opens the device, issues its request and closes
- * it.
+ * The board's discrete signals around the camera, driven through the GPIO
+ * device "/dev/gio": IR-cut filter, IR LEDs, sensor reset line, alarm input.
+ * Every operation opens the device, issues its request and closes it.
  *
  * A failing open or request prints "[kel_isp] ERROR: open device failed\n" or "[kel_isp] ERROR: ioctl
  * failed\n" on standard error and gives KEL_GPIO_FAILED.
@@ -33,19 +33,22 @@ typedef struct GioPinLevel {
     uint32_t level; /**< level to drive, 0 or 1; 0 in the requests that only name a pin */
 } GioPinLevel;
 
-/** Requests of the GPIO device: read/write encoding, type 'g', 8-byte argument. */
-#define GIO_SET_LEVEL 0xC0086708U /**< 8: drive the pin to the level */
-#define GIO_WAIT_ALARM                                                                                       \
-    0xC0086709U                   /**< 9: wait for the alarm input; fails while there is nothing to report   \
-                                   */
-#define GIO_ALARM_CTL 0xC008670AU /**< 10: alarm input control; its meaning is the driver's */
-#define GIO_CONFIG 0xC008670BU    /**< 11: pin and level from the configuration (ApplyIcrLedConfig) */
+/* Requests of the GPIO device: read/write encoding, type 'g', 8-byte argument. */
+
+/** 8: drive the pin to the level */
+#define GIO_SET_LEVEL 0xC0086708U
+/** 9: wait for the alarm input; fails while there is nothing to report */
+#define GIO_WAIT_ALARM 0xC0086709U
+/** 10: alarm input control; its meaning is the driver's */
+#define GIO_ALARM_CTL 0xC008670AU
+/** 11: pin and level from the configuration (ApplyIcrLedConfig) */
+#define GIO_CONFIG 0xC008670BU
 
 /**
  * Drives the sensor reset line.
  *
- * @param level  0 held in reset, 1 running; anything above gives KEL_GPIO_FAILED silently, without device
- * access
+ * @param level  0 held in reset, 1 running; anything above gives
+ *               KEL_GPIO_FAILED silently, without device access
  * @return 0 or KEL_GPIO_FAILED
  */
 int SetResetPin(unsigned level);

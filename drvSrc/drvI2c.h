@@ -1,9 +1,9 @@
 /* SPDX-License-Identifier: MIT
  *
- * The camera bus: the board's private I2C character device "/dev/dev_i2c" (not the standard i2c-dev
- * interface). Every primitive is exactly one request; it retries nothing, prints nothing and locks nothing.
- * The register utility that prints and writes registers of any slave from its own command line lives here,
- * too.
+ * The camera bus: the board's private I2C character device "/dev/dev_i2c" (not the
+ * standard i2c-dev interface). Every primitive is exactly one request; it retries
+ * nothing, prints nothing and locks nothing. The register utility that prints and
+ * writes registers of any slave from its own command line lives here, too.
  */
 #ifndef KELISP_DRVSRC_DRV_I2C_H
 #define KELISP_DRVSRC_DRV_I2C_H

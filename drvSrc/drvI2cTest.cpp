@@ -197,7 +197,7 @@ int DrvI2cTestMain(int argc, char **argv)
     DrvI2cHndl handle;
     int status = DrvI2cOpen(&handle, request.slaveAddr);
     if (status < 0) {
-        char message[32];
+        char message[32]; // without a line end: the text is fixed
         snprintf(message, sizeof message, "DrvI2cOpen(%d)", request.slaveAddr);
         kel::ReportError(kModule, message);
         return status;

@@ -40,8 +40,8 @@ typedef struct ImgCfgStatus {
     int32_t agcEn;       /**< 2A_AGC_EN, 1; auto gain on (1) or off (0) */
     int32_t awbEn;       /**< 2A_AWB_EN, 1; auto white balance on (1), anything else held manual */
     int32_t aelEn;       /**< 2A_AEL_EN, 0; not used */
-    int32_t maxExposure; /**< 2A_MAX_EXPOSURE, 0; exposure ceiling 1 to 4, others 1/25 s (50 Hz) or 1/30 s (60
-                            Hz) */
+    int32_t maxExposure; /**< 2A_MAX_EXPOSURE, 0; exposure ceiling 1 to 4, others 1/25 s
+                            (50 Hz) or 1/30 s (60 Hz) */
     int32_t manExposure; /**< 2A_MAN_EXPOSURE, 3; manual shutter 0 to 11, others as 3: 1/25 s or 1/30 s */
     int32_t maxGain;     /**< 2A_MAX_GAIN, 2; gain ceiling 0 to 7 for 2, 4, ..., 256; others 1 */
     int32_t manGain;     /**< 2A_MAN_GAIN, 0; manual gain, same scale; 7 is more than the camera has */
@@ -56,10 +56,11 @@ typedef struct ImgCfgStatus {
     int32_t contrast;   /**< IMG_CONTRAST, 128; 0 to 255 */
     int32_t saturation; /**< IMG_SATURATION, 128; 0 to 255 */
     int32_t sharpness;  /**< IMG_SHARPNESS, 100; 0 to 255 */
-    int32_t nfMode;   /**< IMG_NF_MODE, 1; noise-filter mode: 0 off, 1 fixed, others automatic with a level */
-    int32_t nfLevel;  /**< IMG_NF_LEVEL, 0; noise-filter level, 0 to 44 */
-    int32_t flip;     /**< IMG_FLIP, 0; nonzero: on */
-    int32_t mirror;   /**< IMG_MIRROR, 0; nonzero: on */
+    int32_t nfMode;     /**< IMG_NF_MODE, 1; 0: automatic noise reduction and day/night switching off,
+                         filter by level; 1: automatic, fixed filter; others: automatic, filter by level */
+    int32_t nfLevel;    /**< IMG_NF_LEVEL, 0; noise-filter level, 0 to 44 */
+    int32_t flip;       /**< IMG_FLIP, 0; nonzero: on */
+    int32_t mirror;     /**< IMG_MIRROR, 0; nonzero: on */
     int32_t dnMode;   /**< 0; day/night: 0 and 4 by dnLs, 2 night, 3 by dnDi, others day. The day/night fields
                          but dnFps are the record's owner's: their keys are accepted and not stored */
     int32_t dnBw;     /**< 1; 1: black and white at night */
@@ -86,33 +87,34 @@ void ImgCfgDefault(ImgCfgStatus *record);
 /**
  * Applies one setting to the record.
  *
- * The key is looked up as a text inside the list of the 45 keys joined by ';', and counts when its first
- * occurrence there begins a listed key; so the beginning of a key that occurs nowhere earlier works too
- * (2A_WB is 2A_WB_SAVE). Numbers are decimal, in the manner of strtol, and held to the range of int32_t; text
- * without digits is 0.
+ * The key is looked up as a text inside the list of the 45 keys joined by ';', and
+ * counts when its first occurrence there begins a listed key; so the beginning of a key
+ * that occurs nowhere earlier works too (2A_WB is 2A_WB_SAVE). Numbers are decimal, in
+ * the manner of strtol, and held to the range of int32_t; text without digits is 0.
  *
- * - EXT_AEWIN takes the window from 192 digits, row after row. A shorter value leaves the whole window as it
- * was: a window half old and half new is nobody's wish. Characters beyond the 192nd do not count; a
- * character's cell is its code less that of '0', unsigned.
+ * - EXT_AEWIN takes the window from 192 digits, row after row. A shorter value leaves the whole window as
+ *   it was: a window half old and half new is nobody's wish. Characters beyond the 192nd do not count; a
+ *   character's cell is its code less that of '0', unsigned.
  * - RESET=1 and RELOAD=1 load the factory or the system file into the record at this point. Such loads may
- * nest: at most 4 files deep and 16 files in all from one outermost call; further ones are not made.
+ *   nest: at most 4 files deep and 16 files in all from one outermost call; further ones are not made.
  * - A key without a value (null) changes and loads nothing.
  *
  * @param key    terminated text
  * @param value  terminated text, or null
- * @return the key's position in the list, 0 to 451, whatever the value; IMG_CFG_UNKNOWN_KEY, the record
- * unchanged. The debug line of an unknown key shows where its text was found in the list, -1 when nowhere.
+ * @return the key's position in the list, 0 to 451, whatever the value;
+ *         IMG_CFG_UNKNOWN_KEY, the record unchanged. The debug line of an unknown
+ *         key shows where its text was found in the list, -1 when nowhere.
  */
 int ImgCfgParse(ImgCfgStatus *record, const char *key, const char *value);
 
 /**
- * Applies a file's lines in their order. A line's first word is the key, its second the value; they are
- * separated by blanks, '=', CR, LF, and before the value tabs; a tab does not end a value. Lines whose first
- * word begins with '#' are comments. Lines are taken in pieces of at most 255 characters; a zero byte ends
- * the text of its piece.
+ * Applies a file's lines in their order. A line's first word is the key, its second the
+ * value; they are separated by blanks, '=', CR, LF, and before the value tabs; a tab
+ * does not end a value. Lines whose first word begins with '#' are comments. Lines are
+ * taken in pieces of at most 255 characters; a zero byte ends the text of its piece.
  *
- * @return 0 once the file was open, IMG_CFG_NO_FILE when it does not exist, IMG_CFG_UNREADABLE when it cannot
- * be opened
+ * @return 0 once the file was open, IMG_CFG_NO_FILE when it does not
+ *         exist, IMG_CFG_UNREADABLE when it cannot be opened
  */
 int ImgCfgLoadFile(ImgCfgStatus *record, const char *path);
 
@@ -147,8 +149,8 @@ void ImgCfgPrint(const ImgCfgStatus *record);
  * otherwise to day, and sends the sensor's reset line along, always with level 1, so that the sensor keeps
  * running. Three configuration requests (GIO_CONFIG) in this order on one open of the GPIO device.
  *
- * @return 0, or KEL_GPIO_FAILED after one of the messages of board/gpio.h; what follows a failing request is
- * not sent
+ * @return 0, or KEL_GPIO_FAILED after one of the messages of
+ *         board/gpio.h; what follows a failing request is not sent
  */
 int ApplyIcrLedConfig(const ImgCfgStatus *record);
 

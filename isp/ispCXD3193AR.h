@@ -55,9 +55,9 @@ int CXD3193AR_Read(uint8_t firstReg, uint8_t *dest, int count);
 int CXD3193AR_Write(uint8_t firstReg, const uint8_t *src, int count);
 
 /**
- * Appends one line to "/mnt/nand/I2cErr.csv": local date and time, attempt, elapsed milliseconds, error
- * count. The file is opened and closed for each line, so that the line has left the process when the call
- * returns.
+ * Appends one line to "/mnt/nand/I2cErr.csv": local date and time, attempt,
+ * elapsed milliseconds, error count. The file is opened and closed for each
+ * line, so that the line has left the process when the call returns.
  *
  * @param attempt    0 for the first attempt of a transfer, 1 for its first retry, ...
  * @param errCount   giI2cErrCount after this failure
@@ -137,21 +137,28 @@ typedef struct GainTableEntry {
 /** White-balance gains 0.5 to 7.938: four octaves of 64 codes, linear within each. Row 141 holds 2.404. */
 extern const GainTableEntry gtWbTable[CXD3193AR_WB_ROWS];
 
-/** Analog gains 1.0 to 7.953: three octaves of 64 codes, 128 / (128 - m) within each; the last row
- * holds 7.953. */
+/**
+ * Analog gains 1.0 to 7.953: three octaves of 64 codes,
+ * 128 / (128 - m) within each; the last row holds 7.953.
+ */
 extern const GainTableEntry gtAgainTable[CXD3193AR_AGAIN_ROWS];
 
 /** Gain of a white-balance code. */
 double CXD3193AR_WbTable_RegValue2Gain(uint8_t code);
 
-/** Code (0 to 255) of the largest white-balance gain not above `gain`; CXD3193AR_FAILED outside 0.5 to 8.0.
+/**
+ * Code (0 to 255) of the largest white-balance gain not above `gain`;
+ * CXD3193AR_FAILED outside 0.5 to 8.0; NaN gives 0.
  */
 int CXD3193AR_WbTable_Gain2RegValue(double gain);
 
 /** Gain of an analog-gain code; 0.0 for codes above 192. */
 double CXD3193AR_AgainTable_RegValue2Again(uint8_t code);
 
-/** Code (0 to 192) of the largest analog gain not above `gain`; CXD3193AR_FAILED outside 1.0 to 8.0. */
+/**
+ * Code (0 to 192) of the largest analog gain not above `gain`;
+ * CXD3193AR_FAILED outside 1.0 to 8.0; NaN gives 0.
+ */
 int CXD3193AR_AgainTable_Again2RegValue(double gain);
 
 /** Digital gain of a code, in units of 1/8. */
@@ -160,8 +167,10 @@ double CXD3193AR_RegValue2Dgain(unsigned code);
 /** Code of a digital gain: gain x 8 truncated, low 8 bits kept; negative gains and NaN give 0. */
 uint8_t CXD3193AR_Dgain2RegValue(double gain);
 
-/** Exposure compensation of a code in EV: steps of 0.25 below code 16 (EV 0), 0.2 above; -99.0 outside 6
- * to 26. */
+/**
+ * Exposure compensation of a code in EV: steps of 0.25 below code 16
+ * (EV 0), 0.2 above; -99.0 outside 6 to 26.
+ */
 double CXD3193AR_RegValue2Ev(unsigned code);
 
 /** Code (6 to 26) of an exposure compensation in EV; CXD3193AR_BAD_EV outside -2.5 to +2.0 (and for NaN). */

@@ -58,14 +58,11 @@ constexpr double Again(int code)
 static_assert(sizeof(GainTableEntry) == 16);
 
 // Rows from the rules above, worked out by the compiler.
-#define ROWS_4(gain, r)                                                                                      \
-    {(r), gain(r)}, {(r) + 1, gain((r) + 1)}, {(r) + 2, gain((r) + 2)},                                      \
-    {                                                                                                        \
-        (r) + 3, gain((r) + 3)                                                                               \
-    }
+// clang-format off
+#define ROWS_4(gain, r) {(r), gain(r)}, {(r) + 1, gain((r) + 1)}, {(r) + 2, gain((r) + 2)}, {(r) + 3, gain((r) + 3)}
 #define ROWS_16(gain, r) ROWS_4(gain, r), ROWS_4(gain, (r) + 4), ROWS_4(gain, (r) + 8), ROWS_4(gain, (r) + 12)
-#define ROWS_64(gain, r)                                                                                     \
-    ROWS_16(gain, r), ROWS_16(gain, (r) + 16), ROWS_16(gain, (r) + 32), ROWS_16(gain, (r) + 48)
+#define ROWS_64(gain, r) ROWS_16(gain, r), ROWS_16(gain, (r) + 16), ROWS_16(gain, (r) + 32), ROWS_16(gain, (r) + 48)
+// clang-format on
 
 constexpr GainTableEntry gtWbTable[CXD3193AR_WB_ROWS] = {ROWS_64(WbGain, 0), ROWS_64(WbGain, 64),
                                                          ROWS_64(WbGain, 128), ROWS_64(WbGain, 192)};
@@ -141,7 +138,7 @@ int CXD3193AR_Ev2RegValue(double ev)
 {
     if (!(ev >= kMinEv && ev <= kMaxEv))
         return CXD3193AR_BAD_EV;
-    // The codes follow from these two expressions in double arithmetic as they stand, not from an equal
-    // rewriting.
+    // The codes follow from these two expressions in double
+    // arithmetic as they stand, not from an equal rewriting.
     return static_cast<int>(ev >= 0.0 ? (ev + 3.2) / 0.2 : (ev + 4.0) * 4.0);
 }

@@ -17,6 +17,8 @@
 
 #include <stdio.h>
 
+int32_t giImgSetErrCount = 0;
+
 namespace
 {
 
@@ -28,9 +30,17 @@ constexpr uint32_t kWbHoldUs = 50 * 1000; // for the held gains to settle before
 
 // ---- Reports ----
 
-/// Reports a failed step of ImageSet; processing goes on.
+/// Counts a failed step that has reported itself.
+void Count(int status)
+{
+    if (status < 0)
+        ++giImgSetErrCount;
+}
+
+/// Counts and reports a failed step of ImageSet; processing goes on.
 void Check(int status, const char *step, int line = __builtin_LINE())
 {
+    Count(status);
     if (status < 0)
         kel::ReportStep(kModule, step, status, "ImageSet", line);
 }
@@ -126,7 +136,9 @@ void SaveLightSensor(const ImgCfgStatus *wanted)
 {
     char text[16];
     snprintf(text, sizeof text, "%d", wanted->dnLs);
-    if (sysconf_fset(IMG_CFG_SYSTEM_FILE, "DN_LS", text) != 0)
+    const int status = sysconf_fset(IMG_CFG_SYSTEM_FILE, "DN_LS", text);
+    Count(status);
+    if (status != 0)
         DebugLine("Save LS Data Error!!!!!!");
     DebugLine("SAVE Light Sensor Status to CONF");
 }
@@ -140,8 +152,8 @@ void ApplyDayNight(const ImgCfgStatus *wanted)
     const bool night = kel::IsNight(*wanted);
     Check(SetSaturation(night && wanted->dnBw == 1 ? 0 : wanted->saturation), "ERROR: SetSaturation");
     const bool irNight = night && wanted->dnIcr == 1;
-    SetICR(irNight ? 1 : 0);
-    setIRL(irNight ? 0 : 1);
+    Count(SetICR(irNight ? 1 : 0));
+    Count(setIRL(irNight ? 0 : 1));
     DebugValue("ICR Type", wanted->icrType);
     CopyGroup(wanted, kDayNightFields);
 }
@@ -334,7 +346,7 @@ int32_t ReadGain(double (*info)(), const char *step)
 {
     const double gain = info();
     if (gain < 0)
-        Check(-1, step);
+        Check(kel::TruncateToInt32(gain), step);
     return kel::TruncateToInt32(gain * kGainUnit);
 }
 
@@ -353,7 +365,7 @@ void SetWbGains(const ImgCfgStatus *wanted)
 void SaveWbGains(ImgCfgStatus *wanted)
 {
     DebugLine("SAVE WB to CONF");
-    SaveWB(IMG_CFG_SYSTEM_FILE, wanted->wbR, wanted->wbB, &wanted->wbSave);
+    Count(SaveWB(IMG_CFG_SYSTEM_FILE, wanted->wbR, wanted->wbB, &wanted->wbSave));
 }
 
 void CopyWbSave(const ImgCfgStatus *wanted)

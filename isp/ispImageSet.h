@@ -19,6 +19,9 @@ KEL_DECLS_BEGIN
 /** A white-balance gain could not be written to the configuration file. */
 #define KEL_SAVE_FAILED (-4)
 
+/** Steps of ImageSet that failed since the process began, GPIO requests and saves included; never reset. */
+extern int32_t giImgSetErrCount;
+
 /**
  * Applies the record. Each group that differs from gtImgCfgStatus is applied and then copied there, also when
  * a call of it failed; a failed setting is therefore tried again only after its wanted value has changed. A
@@ -26,9 +29,9 @@ KEL_DECLS_BEGIN
  * changes (key DN_LS), the white-balance gains when wbSave is 1 (SaveWB).
  *
  * @param wanted  the settings. wbR and wbB may be replaced by gains read back from the camera (gain x 512
- * truncated toward zero; a failed readout's negative status in the same way), wbSave becomes 0 when they are
- * saved
- * @return always 0
+ *                truncated toward zero; a failed readout's negative status in the same way), wbSave
+ *                becomes 0 when they are saved
+ * @return always 0; giImgSetErrCount tells whether a step failed
  */
 int ImageSet(ImgCfgStatus *wanted);
 

@@ -46,7 +46,7 @@ constexpr double kEvOfIndex[] = {-2.0, -1.5, -1.0, -0.5, 0.0, 0.5, 1.0, 1.5, 2.0
 
 constexpr int kMaxNfLevel = 44;
 constexpr int kNfBlock = 8;
-constexpr uint8_t kNfAutoBlock[kNfBlock] = {0x00, 0x3F, 0x00, 0x19, 0x00, 0x3F, 0xAC, 0x1C};
+constexpr uint8_t kNfFixedBlock[kNfBlock] = {0x00, 0x3F, 0x00, 0x19, 0x00, 0x3F, 0xAC, 0x1C};
 
 /// Where a picture level moves its register: 0 up to `start`, then one per level up to `max`.
 constexpr uint8_t RampLevel(int level, int start, int max)
@@ -227,7 +227,7 @@ int GetNrDnMode(unsigned *nrAuto, unsigned *dayNight)
 int SetNfManualLevel(int mode, int level)
 {
     if (mode == 1)
-        return CXD3193AR_Set_Blk55(kNfAutoBlock);
+        return CXD3193AR_Set_Blk55(kNfFixedBlock);
     const auto held = static_cast<uint8_t>(Clamp(level, 0, kMaxNfLevel));
     const uint8_t block[kNfBlock] = {0, held, 0, static_cast<uint8_t>(held / 2), 0, 0x3F, 0, held};
     return CXD3193AR_Set_Blk55(block);

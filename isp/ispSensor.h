@@ -4,9 +4,9 @@
  * the live readouts of the camera processor.
  *
  * Unless a line says "silent", a function that fails prints the location line and "[kel_isp] <failed step>
- * failed.\n" on standard error and returns the step's negative status: CXD3193AR_FAILED (-6) from a transfer.
- * Getters of physical values return it as a double; values are never negative, so the sign tells. One thread
- * at a time; SensorInit comes first.
+ * failed.\n" on standard error and returns the step's negative status: CXD3193AR_FAILED (-6) from a
+ * transfer. Getters of physical values return it as a double; values are not negative, except where a line
+ * says so, so the sign tells. One thread at a time; SensorInit comes first.
  */
 #ifndef KELISP_ISP_SENSOR_H
 #define KELISP_ISP_SENSOR_H
@@ -25,9 +25,9 @@ KEL_DECLS_BEGIN
 /* ---- Initialisation and reset ---- */
 
 /**
- * Zeroes gtSensorInfo, reads the sensor type (register 0x0E), stores the timing preset of type 6 (30 fps) or
- * 7 (60 fps) and reads the mirrored fields. With gfDebugFlag set, prints the record on standard error at the
- * end.
+ * Zeroes gtSensorInfo, reads the sensor type (register 0x0E), stores the timing
+ * preset of type 6 (30 fps) or 7 (60 fps) and reads the mirrored fields. With
+ * gfDebugFlag set, prints the record on standard error at the end.
  *
  * @return 0; KEL_SENSOR_REJECTED after "[kel_isp] Sensor is not IMX076.\n"; the status of a failed read
  */
@@ -43,8 +43,10 @@ int ResetSensor(void);
 
 /* ---- Exposure and gain ---- */
 
-/** Manual exposure time in microseconds: lines x lineTimeUs - offsetTimeUs. A register of 0 lines is
- * negative. */
+/**
+ * Manual exposure time in microseconds: lines x lineTimeUs - offsetTimeUs.
+ * A register of 0 lines is negative.
+ */
 double GetMeExpTime(void);
 
 /** Manual analog gain as a factor; 0.0 when the register holds a code above 192. */
@@ -53,8 +55,10 @@ double GetMnlAgn(void);
 /** Manual digital gain as a factor. */
 double GetMnlDgn(void);
 
-/** Lower and upper limit of the automatic exposure's analog gain; 0.0 when the register holds a code above
- * 192. */
+/**
+ * Lower and upper limit of the automatic exposure's analog gain; 0.0
+ * when the register holds a code above 192.
+ */
 double GetMinAgn(void);
 double GetMaxAgn(void);
 
@@ -64,7 +68,8 @@ double GetMaxDgn(void);
 /**
  * Sets the manual exposure time: the long-exposure frame count, then the lines. Up to KEL_LONG_EXPOSURE_US
  * the frame count is 0; above, the time is rounded to whole frames. A request longer than the two registers
- * can hold (127 frames, 65535 lines) is held at the longest that fits; a negative time sets 0 lines.
+ * can hold (127 frames, 65535 lines) is held at the longest that fits: with both presets the 65535 lines
+ * limit first, at 59 frames (type 6) and 117 (type 7). A negative time sets 0 lines.
  *
  * @param timeUs  microseconds
  * @return 0 or the failed step's status; the frame count may be written without the lines
@@ -130,8 +135,10 @@ int SetSaturation(int level);
 /** Sharpness 0 to 255 (clamped); 56 to 119 move the aperture gain over 0 to 63, its positive gain follows. */
 int SetSharpness(int level);
 
-/** Wide dynamic range 0 (off) to 3; any other index prints "Wdr Index" as the failed step:
- * KEL_SENSOR_REJECTED. */
+/**
+ * Wide dynamic range 0 (off) to 3; any other index prints "Wdr Index"
+ * as the failed step: KEL_SENSOR_REJECTED.
+ */
 int SetWdr(int index);
 
 /** Exposure compensation in EV, -2.5 to +2.0; outside it fails with CXD3193AR_BAD_EV. */
@@ -140,15 +147,20 @@ int SetBlc(double ev);
 /** Exposure compensation in EV; -99.0 when the register holds a code outside 6 to 26. */
 double GetBlc(void);
 
-/** SetBlc of an index 0 to 8, which stands for -2.0 to +2.0 EV in half steps; any other index is 0 EV. Silent
- * itself. */
+/**
+ * SetBlc of an index 0 to 8, which stands for -2.0 to +2.0 EV in half
+ * steps; any other index is 0 EV. Silent itself.
+ */
 int SetBlcIndex(int index);
 
-/** Sets automatic noise reduction and day/night switching (nonzero: on) by writing register 0x53 whole.
- * Silent. */
+/**
+ * Sets automatic noise reduction and day/night switching (nonzero: on)
+ * by writing register 0x53 whole. Silent.
+ */
 int SetNfAutoMode(int nrAuto, int dayNight);
 
-/** Reads automatic noise reduction and day/night switching as 0 or 1; outputs untouched on failure. Silent.
+/**
+ * Reads automatic noise reduction and day/night switching as 0 or 1; outputs untouched on failure. Silent.
  */
 int GetNrDnMode(unsigned *nrAuto, unsigned *dayNight);
 
@@ -173,7 +185,9 @@ int SetDay2Night(int level);
 /** Exposure time in microseconds. */
 double InfoExpTime(void);
 
-/** Long-exposure time in microseconds; counts above KEL_LONG_EXPOSURE_US, below it there is no long exposure.
+/**
+ * Long-exposure time in microseconds; counts above
+ * KEL_LONG_EXPOSURE_US, below it there is no long exposure.
  */
 double InfoLongExpTime(void);
 

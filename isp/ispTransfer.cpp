@@ -61,9 +61,9 @@ constexpr bool RangesAscendToLastRegister()
 }
 static_assert(RangesAscendToLastRegister());
 
-/// Milliseconds since a start, through a clock that may fail. A reading that fails counts as no time passed since the
-/// reading before; when the start itself could not be read, the first reading that succeeds takes its place. So a
-/// broken clock can neither end a wait early nor put nonsense into the log.
+/// Milliseconds since a start, through a clock that may fail. A reading that fails counts as no time passed
+/// since the reading before; when the start itself could not be read, the first reading that succeeds takes
+/// its place. So a broken clock can neither end a wait early nor put nonsense into the log.
 struct Stopwatch {
     int64_t startMs;
     int64_t elapsedMs;

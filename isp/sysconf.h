@@ -53,8 +53,8 @@ int sysconf_fget(const char *path, const char *key, char *value);
  * lines are copied byte for byte. The copy goes to `path` + ".tmp", takes over mode and owner of the file, is
  * flushed, synced and closed, and is then renamed over the file; at last the folder is synced.
  *
- * @param path   at most SYSCONF_PATH_MAX characters; a longer one counts as a temporary file that cannot be
- * created
+ * @param path   at most SYSCONF_PATH_MAX characters; a longer one
+ *               counts as a temporary file that cannot be created
  * @param key    case-sensitive
  * @param value  written as it is: nothing is quoted or escaped
  * @return 0 when the file holds the new content. -1 when it holds the old content: after the messages

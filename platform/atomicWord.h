@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// A 32-bit word that one side writes and the other polls, without a lock. std::atomic would be this, but its header
-// draws in half of a C++ library, which the smallest C library on the target does not have. Internal to the programs.
+// A 32-bit word that one side writes and the other polls, without a lock.
+// std::atomic would be this, but its header draws in half of a C++ library, which
+// the smallest C library on the target does not have. Internal to the programs.
 #ifndef KELISP_PLATFORM_ATOMIC_WORD_H
 #define KELISP_PLATFORM_ATOMIC_WORD_H
 
@@ -10,7 +11,8 @@
 namespace kel
 {
 
-/// Touched by LoadWord and StoreWord alone: one instruction each on every target, and so fit for a signal handler.
+/// Touched by LoadWord and StoreWord alone: one instruction each on
+/// every target, and so fit for a signal handler.
 struct AtomicWord {
     int32_t value;
 };

@@ -80,7 +80,7 @@ bool IsUsable()
     case kNeverOpened:
         PrintError("CMEM_init() not called, you must initialize CMEM before making API calls.\n");
         return false;
-    case kOpenFailed:
+    case kOpenFailed: // the text is fixed, and has no line end
         PrintError("CMEM file descriptor -1 (failed 'open()'), ensure CMEMK kernel module cmemk.ko has been "
                    "installed with 'insmod'");
         return false;

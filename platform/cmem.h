@@ -18,11 +18,12 @@ KEL_DECLS_BEGIN
 
 /** Where and how a buffer is allocated. */
 typedef struct CmemAllocParams {
-    uint32_t
-        type; /**< 0 from a pool; nonzero from the heap, and or-ed into the free request (heap bit 0x400) */
-    uint32_t
-        flags; /**< or-ed into the allocation request; nonzero selects its cached variant (driver's bit) */
-    uint32_t alignment; /**< heap allocations only, in bytes; 0 is taken as 1 */
+    /** 0 from a pool; nonzero from the heap, and or-ed into the free request (heap bit 0x400) */
+    uint32_t type;
+    /** or-ed into the allocation request; nonzero selects its cached variant (driver's bit) */
+    uint32_t flags;
+    /** heap allocations only, in bytes; 0 is taken as 1 */
+    uint32_t alignment;
 } CmemAllocParams;
 
 /**

@@ -22,8 +22,8 @@ extern pthread_mutex_t gOSA_printfLock;
 /**
  * Creates the print lock.
  *
- * @return 0, or OSA_mutexCreate's nonzero status after "OSA_mutexCreate()\n" behind the location line on
- * stderr
+ * @return 0, or OSA_mutexCreate's nonzero status after
+ *         "OSA_mutexCreate()\n" behind the location line on stderr
  */
 int OSA_init(void);
 

@@ -31,8 +31,8 @@ enum class AttachResult { Ok, NoFile, Damaged, OtherLayout };
 /// Maps the state of the board in `folder` into gBoard.
 AttachResult AttachBoard(const char *folder);
 
-/// "folder/name" of this board. `name` may begin with a slash, as the re-rooted paths do. False when it does
-/// not fit.
+/// "folder/name" of this board. `name` may begin with a slash,
+/// as the re-rooted paths do. False when it does not fit.
 bool BoardPath(const char *name, char *path, size_t size);
 
 /// Nanoseconds of the board since this process began to use it.

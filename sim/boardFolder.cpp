@@ -42,7 +42,7 @@ ICR_TYPE = 1
 # Exposure ceiling 1 to 4, 0 for the longest; manual shutter 0 (slow) to 11 (fast)
 2A_MAX_EXPOSURE = 0
 2A_MAN_EXPOSURE = 3
-# Gain ceiling and manual gain: 0 to 7 for 2, 4, 8 ... 256
+# Gains 2, 4, 8 ... by their number: manual gain 0 to 6, gain ceiling 0 to 7
 2A_MAX_GAIN = 2
 2A_MAN_GAIN = 0
 2A_LIMIT_INDEX = 0
@@ -55,24 +55,22 @@ ICR_TYPE = 1
 # Mains frequency in Hz
 2A_DEFLICKER = 60
 
-# Picture: 0 to 255
+# Picture; what moves something: brightness 0 to 255, contrast 96 to 160,
+# saturation 104 to 152, sharpness 56 to 119
 IMG_BRIGHTNESS = 128
 IMG_CONTRAST = 128
 IMG_SATURATION = 128
 IMG_SHARPNESS = 100
-# Noise filter: 0 off, 1 automatic, 2 manual with the level
+# Noise filter, 0: automatic noise reduction and day/night switching off, manual level;
+# 1: automatic, fixed filter; others: automatic, with the level
 IMG_NF_MODE = 1
 IMG_NF_LEVEL = 0
 IMG_FLIP = 0
 IMG_MIRROR = 0
 
 # Day and night: DN_FPS is the slow-shutter step 0 to 5, DN_LS the light sensor (1 dark)
-DN_MODE = 0
-DN_BW = 1
-DN_ICR = 1
 DN_FPS = 0
 DN_LS = 0
-DN_LUM = 0
 
 # Backlight compensation 0 to 8 (4 neutral), wide dynamic range 0 to 3
 EXT_BLC = 4
@@ -109,8 +107,8 @@ constexpr TextFile kTextFiles[] = {{"sysconf/conf.img", kConfiguration},
 
 constexpr const char *kFolders[] = {"mnt/nand", "sysconf", "defconf", "proc/driver"};
 
-// What a reset takes away: only what a board consists of, should somebody have put a board into a folder of
-// theirs.
+// What a reset takes away: only what a board consists of,
+// should somebody have put a board into a folder of theirs.
 constexpr const char *kParts[] = {"mnt",          "sysconf",    "defconf", "proc",
                                   kKernelLogFile, "system.log", kVpssFile, kCmemFile};
 
@@ -248,8 +246,8 @@ try {
     }
     CreateFiles(path);
     if (AttachBoard(folder.c_str()) == AttachResult::Ok) {
-        // In place, so that programs that have the board open see the new one. They keep their numbers of
-        // runs.
+        // In place, so that programs that have the board open
+        // see the new one. They keep their numbers of runs.
         const BoardLock lock;
         BoardState fresh;
         FillState(&fresh);

@@ -9,8 +9,10 @@
 #include "sim/launch.h"
 #include "sim/parse.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <filesystem>
 
@@ -21,8 +23,7 @@ using namespace sim;
 
 struct Option {
     const char *name;
-    const char
-        *value; ///< what it takes: empty for nothing, in brackets for a value after '=' that may be left out
+    const char *value; ///< what it takes: empty for nothing; in brackets what may follow after '='
     const char *help;
 };
 
@@ -40,14 +41,14 @@ constexpr Option kOptions[] = {
     {"--version", "", "the version"},
 };
 
-void PrintHelp()
+void PrintHelp(const std::string &board)
 {
     printf("Usage: camSim [OPTIONS] PROGRAM [ARGUMENTS...]\n"
            "       camSim [OPTIONS] COMMAND [WORDS...]\n\n"
            "Runs a program as if it ran on the camera board: device nodes, camera processor, flash and "
            "clocks are\n"
            "simulated. The board keeps what programs do to it in its folder, %s\n\nOptions:\n",
-           DefaultBoardFolder().c_str());
+           board.c_str());
     for (const Option &option : kOptions) {
         const std::string left =
             std::string(option.name) + (option.value[0] == '[' ? "" : " ") + option.value;
@@ -86,6 +87,7 @@ struct CommandLine {
     bool wantsHelp = false;
     bool wantsVersion = false;
     bool isProgram = false; ///< "--" came before it
+    std::string forProgram; ///< the last option that a command could not honour
     Words rest;
 };
 
@@ -121,6 +123,9 @@ bool IsSpeed(const std::string &text)
 bool Store(CommandLine *line, const std::string &name, const std::string &value)
 {
     RunOptions &options = line->options;
+    const bool isForProgram =
+        name == "--fault" || name == "--trace" || name == "--trace-json" || name == "--speed";
+    line->forProgram = isForProgram ? name : line->forProgram;
     if (name == "--board") {
         options.board = value;
         return !value.empty();
@@ -174,8 +179,8 @@ int Parse(const Words &words, CommandLine *line)
             return Complain(kUsageStatus, "%s takes no value", option->name);
         }
         if (!Store(line, name, value)) {
-            return Complain(kUsageStatus, "'%s' is nothing for %s %s: %s", value.c_str(), option->name,
-                            option->value, option->help);
+            return Complain(kUsageStatus, "'%s' is no value for %s: it takes %s, %s", value.c_str(),
+                            option->name, option->value, option->help);
         }
     }
     line->rest.assign(words.begin() + static_cast<long>(i), words.end());
@@ -198,6 +203,30 @@ std::string ChooseBoard(const std::string &asked)
     return std::filesystem::absolute(folder).lexically_normal().string();
 }
 
+// `camSim help [COMMAND]`; trace is explained where --trace is.
+int Help(const CommandLine &line)
+{
+    const Words words(line.rest.begin() + (line.rest.empty() ? 0 : 1), line.rest.end());
+    const Command *command = line.wantsHelp || words.empty() ? nullptr : FindCommand(words[0]);
+    if (command != nullptr) {
+        PrintCommandHelp(*command);
+    } else if (line.wantsHelp || words.empty() || words[0] == "trace" || words[0] == "help") {
+        PrintHelp(ChooseBoard(line.options.board));
+    } else {
+        return Complain(kUsageStatus, "there is no command '%s'; `camSim --help` lists them",
+                        words[0].c_str());
+    }
+    return 0;
+}
+
+int RefuseForCommand(const std::string &option, const Command &command)
+{
+    return option == "--fault"
+               ? Complain(kUsageStatus, "--fault goes with a program; `camSim fault RULE` changes the board")
+               : Complain(kUsageStatus, "%s goes with a program, and %s is a command of camSim",
+                          option.c_str(), command.name);
+}
+
 int Perform(CommandLine line)
 {
     const Command *command = line.isProgram ? nullptr : FindCommand(line.rest[0]);
@@ -206,6 +235,9 @@ int Perform(CommandLine line)
     if (command != nullptr && AsksForHelp(line.rest)) {
         PrintCommandHelp(*command);
         return 0;
+    }
+    if (command != nullptr && !line.forProgram.empty()) {
+        return RefuseForCommand(line.forProgram, *command);
     }
     line.options.board = ChooseBoard(line.options.board);
     const bool isReset = command != nullptr && std::string(command->name) == "reset";
@@ -221,13 +253,24 @@ int Perform(CommandLine line)
     return command != nullptr ? command->run(words) : RunProgram(line.options, line.rest);
 }
 
-} // namespace
+// `camSim trace PROGRAM` is what --trace is for those who expect a command.
+int TakeTraceWord(CommandLine *line)
+{
+    if (line->rest.empty() || line->isProgram || line->rest[0] != "trace") {
+        return 0;
+    }
+    Words words(line->rest.begin() + 1, line->rest.end());
+    words.insert(words.begin(), "--trace");
+    return Parse(words, line);
+}
 
-int main(int argc, char **argv)
+int Run(const Words &words)
 {
     CommandLine line;
     line.options.speed = "1";
-    if (const int status = Parse(Words(argv + 1, argv + argc), &line)) {
+    int status = Parse(words, &line);
+    status = status != 0 ? status : TakeTraceWord(&line);
+    if (status != 0) {
         return status;
     }
     if (line.wantsVersion) {
@@ -235,19 +278,24 @@ int main(int argc, char **argv)
         return 0;
     }
     if (line.wantsHelp || (!line.rest.empty() && !line.isProgram && line.rest[0] == "help")) {
-        PrintHelp();
-        return 0;
-    }
-    // camSim trace PROGRAM is what --trace is for those who expect a command.
-    if (!line.rest.empty() && !line.isProgram && line.rest[0] == "trace") {
-        Words words(line.rest.begin() + 1, line.rest.end());
-        words.insert(words.begin(), "--trace");
-        if (const int status = Parse(words, &line)) {
-            return status;
-        }
+        return Help(line);
     }
     if (line.rest.empty()) {
         return Complain(kUsageStatus, "name a program to run or a command; `camSim --help` tells more");
     }
     return Perform(line);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const int status = Run(Words(argv + 1, argv + argc));
+    // What is not written by now never will be: a full disk must not pass for a result.
+    errno = 0;
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) {
+        return status;
+    }
+    const int failure = Complain(1, "standard output: %s", strerror(errno != 0 ? errno : EIO));
+    return status != 0 ? status : failure;
 }

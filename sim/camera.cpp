@@ -3,23 +3,18 @@
 // The camera processor's behaviour. What its automatic exposure does in detail is not known; the model is
 // simple, repeatable and moves as a camera's does:
 // - Each frame the product of exposure and gains moves towards what the scene needs, by at most 25 % (less
-// with a
-//   large AeTimer). Exposure is used first, then analog gain, then digital gain, within the ceilings of
-//   AeMaxAgc and AeMaxDgn. With a flicker mode, exposures beyond one half-wave of the lamps are whole
+//   with a large AeTimer). Exposure is used first, then analog gain, then digital gain, within the ceilings
+//   of AeMaxAgc and AeMaxDgn. With a flicker mode, exposures beyond one half-wave of the lamps are whole
 //   half-waves.
 // - AeMaxExpH makes the manual exposure the ceiling, AutoLgExpH makes it the longest slow shutter, AeExpHldH
-// fixes the
-//   shutter to it, AeHoldH freezes everything. Otherwise the ceiling is one frame.
+//   fixes the shutter to it, AeHoldH freezes everything. Otherwise the ceiling is one frame.
 // - AeSwitch off: the manual registers rule. With AeSwitch on, a write to a manual register (0x35 to 0x38)
-// takes that
-//   value over from the AE until AeSwitch is written as 1 or the camera is reset. An exposure written while
-//   AeMaxExpH, AutoLgExpH or AeExpHldH is on only moves that ceiling or shutter.
+//   takes that value over from the AE until AeSwitch is written as 1 or the camera is reset. An exposure
+//   written while AeMaxExpH, AutoLgExpH or AeExpHldH is on only moves that ceiling or shutter.
 // - The white-balance gains go a tenth of the way to the light's colour each frame; WbHoldH freezes them,
-// WbAutoH off
-//   shows the manual gains.
-// - With DyNgtOnH, the day/night status turns to night when the gain code (32 per doubling) reaches DyNtSupr,
-// and back
-//   to day when it falls to DyNtRecv.
+//   WbAutoH off shows the manual gains.
+// - With DyNgtOnH, the day/night status turns to night when the gain code (32 per doubling) reaches
+//   DyNtSupr, and back to day when it falls to DyNtRecv.
 #include "sim/camera.h"
 
 #include "sim/host.h"
@@ -95,8 +90,8 @@ Timing TimingOf(const BoardState &state)
     return {lines * kLineUs, lines};
 }
 
-// How far the light of the scene drives the raw level: 400 lux need 18 ms at gain 1.0 for a quarter of full
-// scale.
+// How far the light of the scene drives the raw level: 400
+// lux need 18 ms at gain 1.0 for a quarter of full scale.
 constexpr double kRawPerLuxUs = 1.42e-4;
 constexpr double kInfraredLux = 12.0; // what the board's own LEDs add, with the IR-cut filter out
 constexpr double kDarkestLux = 0.001;

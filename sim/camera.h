@@ -37,8 +37,8 @@ void UpdateCamera(BoardState &state, uint64_t nowNs, double speed);
 /// One register as the bus shows it, after UpdateCamera.
 uint8_t ReadRegister(const BoardState &state, uint8_t reg);
 
-/// A write over the bus: read-only registers ignore it, a group becomes busy for `busyUs` of the board's
-/// time.
+/// A write over the bus: read-only registers ignore it, a
+/// group becomes busy for `busyUs` of the board's time.
 void WriteRegister(BoardState &state, uint8_t reg, uint8_t value, uint32_t busyUs, double speed);
 
 /// Drives a pin; the rising edge of the reset line restarts the camera.

@@ -481,6 +481,19 @@ size_t Distance(const std::string &a, const std::string &b)
     return row[b.size()];
 }
 
+// The shortest candidate that was begun but not finished; a single letter begins too many.
+std::string ShortestThatBegins(const std::string &word, const Words &candidates)
+{
+    std::string shortest;
+    for (const std::string &candidate : candidates) {
+        const bool begins = word.size() > 1 && Distance(word, candidate.substr(0, word.size())) == 0;
+        if (begins && (shortest.empty() || candidate.size() < shortest.size())) {
+            shortest = candidate;
+        }
+    }
+    return shortest;
+}
+
 } // namespace
 
 const Command *CommandsBegin()
@@ -512,7 +525,10 @@ int Complain(int status, const char *format, ...)
 
 std::string NearestWord(const std::string &word, const Words &candidates)
 {
-    std::string nearest;
+    std::string nearest = ShortestThatBegins(word, candidates);
+    if (!nearest.empty()) {
+        return nearest;
+    }
     size_t best = word.size() / 3 + 1; // farther off is no slip of the fingers
     for (const std::string &candidate : candidates) {
         const size_t distance = Distance(word, candidate);

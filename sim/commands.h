@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The launcher's commands on an attached board. Each takes its words after the command's name and returns an
-// exit status.
+// The launcher's commands on an attached board. Each takes its
+// words after the command's name and returns an exit status.
 #ifndef SIM_COMMANDS_H
 #define SIM_COMMANDS_H
 
@@ -32,7 +32,8 @@ const Command *CommandsEnd();
 /// Prints "camSim: " and what is wrong on standard error, and returns `status`.
 __attribute__((format(printf, 2, 3))) int Complain(int status, const char *format, ...);
 
-/// The candidate that `word` was probably meant to be, or an empty text.
+/// The candidate that `word` was probably meant to be, or an empty text. One that begins with `word` comes
+/// before those that are a slip of the fingers away.
 std::string NearestWord(const std::string &word, const Words &candidates);
 
 } // namespace sim

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Fault rules as text: CALL[=VALUE][:WORD,...]. A word is a path, a condition (which of the calls), or an
-// effect.
+// Fault rules as text: CALL[=VALUE][:WORD,...]. A word is
+// a path, a condition (which of the calls), or an effect.
 #include "sim/faultText.h"
 
 #include "sim/board.h"

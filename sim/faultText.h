@@ -14,8 +14,8 @@ namespace sim
 /// Reads a rule. On failure the result is false and `problem` says what is wrong and what is accepted.
 bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem);
 
-/// Adds rules to the attached board, all or none. Rules of runs that have ended make room for those of a new
-/// run.
+/// Adds rules to the attached board, all or none. Rules of
+/// runs that have ended make room for those of a new run.
 bool AddFault(const FaultRule &rule, std::string *problem);
 void DropEndedRuns();
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// The PC underneath: plain system calls for the simulator's own use. The preloaded library stands in for
-// open, close, clock_gettime and their kin, so its own work must not go through those names; it goes through
-// these.
+// The PC underneath: plain system calls for the simulator's own use. The
+// preloaded library stands in for open, close, clock_gettime and their kin,
+// so its own work must not go through those names; it goes through these.
 #ifndef SIM_HOST_H
 #define SIM_HOST_H
 

@@ -80,8 +80,8 @@ void FindPlace(const char *path, Place *place)
         place->kind = DeviceAt(path);
         place->exists = place->kind != NodeKind::None && gBoard.state != nullptr;
         place->kind = place->exists ? place->kind : NodeKind::Csl;
-        // A harmless stand-in where a path is all that matters, and a path that nothing has where there is no
-        // device.
+        // A harmless stand-in where a path is all that matters,
+        // and a path that nothing has where there is no device.
         snprintf(place->path, sizeof(place->path), "%s", place->exists ? "/dev/null" : "");
     } else if (IsBelowAny(path, kFolders)) {
         place->kind = NodeKind::File;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The one strict place where the launcher reads numbers and times: the whole text, within bounds, or not at
-// all.
+// The one strict place where the launcher reads numbers
+// and times: the whole text, within bounds, or not at all.
 #ifndef SIM_PARSE_H
 #define SIM_PARSE_H
 

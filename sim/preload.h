@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// How the preloaded library stands in for a function of the C library: SIM_WRAP begins the stand-in, SIM_NEXT
-// is the function that it stands in for. The stand-ins carry C++ names of their own, so that neither the C
-// library's declarations and inline variants nor its 64-bit redirections get in the way; only the symbol is
-// the original's.
+// How the preloaded library stands in for a function of the C library: SIM_WRAP begins
+// the stand-in, SIM_NEXT is the function that it stands in for. The stand-ins carry C++
+// names of their own, so that neither the C library's declarations and inline variants
+// nor its 64-bit redirections get in the way; only the symbol is the original's.
 //
 // Stand-ins answer for what is the board's, and hand everything else on unchanged. They never print and never
 // end the program. Inside, the simulator uses host.h, not the functions that are wrapped here.
@@ -23,8 +23,8 @@
     extern "C" __attribute__((visibility("default"))) result wrap_##symbol parameters __asm__(#symbol);      \
     result wrap_##symbol parameters
 
-/// The wrapped function behind wrapper `symbol`, found once. Threads that look it up at the same time find
-/// the same.
+/// The wrapped function behind wrapper `symbol`, found once.
+/// Threads that look it up at the same time find the same.
 #define SIM_NEXT(symbol)                                                                                     \
     ([]() -> decltype(&wrap_##symbol) {                                                                      \
         static decltype(&wrap_##symbol) next;                                                                \
@@ -37,8 +37,8 @@
 namespace sim
 {
 
-/// Lets a new descriptor of a file on a full flash write no byte. The file stays a file, which /dev/full is
-/// not.
+/// Lets a new descriptor of a file on a full flash write
+/// no byte. The file stays a file, which /dev/full is not.
 inline void FillUp(int fd, const char *path)
 {
     if (host::MakeReadOnly(fd, path)) {

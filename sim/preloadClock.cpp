@@ -135,8 +135,8 @@ int ReadTimeOfDay(AnyValue *value, Real real)
     return static_cast<int>(FinishReading(event));
 }
 
-// Pauses for `ns` of the board's time. `real` takes the host's pause and the rest of it, and returns 0 or an
-// errno.
+// Pauses for `ns` of the board's time. `real` takes the
+// host's pause and the rest of it, and returns 0 or an errno.
 template <class Real>
 int PauseFor(int64_t ns, int64_t *leftNs, Real real)
 {

@@ -61,8 +61,8 @@ Node *NodeOfStream(FILE *stream)
     return stream == nullptr ? nullptr : NodeOf(fileno(stream));
 }
 
-// A call on a stream that may be made to fail: the stream then carries the error mark, as it would on the
-// board.
+// A call on a stream that may be made to fail: the stream
+// then carries the error mark, as it would on the board.
 template <class Result, class Real>
 Result OnStream(Call call, FILE *stream, Result failure, Real real)
 {
@@ -345,8 +345,7 @@ SIM_WRAP(int, rename, (const char *from, const char *to))
         Call::Rename, from, true, [toOnPc](const char *onPc) { return SIM_NEXT(rename)(onPc, toOnPc); }));
 }
 
-// ------------------------------------------------------------------------------------------- command, system
-// log
+// -------------------------------------------------------------------------------------- command, system log
 
 SIM_WRAP(int, system, (const char *command))
 {

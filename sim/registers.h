@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// What the registers of the camera processor are called and what their values mean, for people: the trace,
-// the dump, peek and poke. Names and bits come from the register map; the meanings are the chip's, written
-// out here.
+// What the registers of the camera processor are called and what their values
+// mean, for people: the trace, the dump, peek and poke. Names and bits come
+// from the register map; the meanings are the chip's, written out here.
 #ifndef SIM_REGISTERS_H
 #define SIM_REGISTERS_H
 

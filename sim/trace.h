@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The trace: each device call of the program as a line for a person, or as one JSON object for another
-// program.
+// The trace: each device call of the program as a line for
+// a person, or as one JSON object for another program.
 #ifndef SIM_TRACE_H
 #define SIM_TRACE_H
 

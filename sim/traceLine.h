@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the two forms of the trace share: a line under construction, the registers of a transfer by address,
-// names.
+// What the two forms of the trace share: a line under
+// construction, the registers of a transfer by address, names.
 #ifndef SIM_TRACE_LINE_H
 #define SIM_TRACE_LINE_H
 

@@ -44,7 +44,7 @@ TEST_F(CamConf, FileCommands)
     Write(file, text);
     Write(other, "IMG_FLIP=1\n2A_WB_R=600\nEXT_AEWIN=" + std::string(191, '1') + "0\n");
     Expect({"get", file, "2A_WB_B"}, 0, "7 8\n", "");
-    Expect({"get", file, "2A_WB"}, 0, "600\n", "2A_WB: value of 2A_WB_R\n");
+    Expect({"get", file, "2A_WB"}, 0, "600\n", "2A_WB: no line has this key alone; value of 2A_WB_R\n");
     Expect({"get", file, "DN_LS"}, 1, "", "DN_LS: no line");
     Expect({"get", noFile, "DN_LS"}, 2, "", "No such file");
     Expect({"set", file, "2A_WB", "5"}, 1, "", ":1: 2A_WB_R would change too\n" + file + ":2: 2A_WB_B would");
@@ -120,9 +120,20 @@ TEST_F(CamConf, ApplyFailuresShow)
     const Outcome noSensor = board.Run({"camConf", "apply"}, {"--fault", "i2c.read"});
     EXPECT_EQ(noSensor.status, 2);
     EXPECT_NE(noSensor.err.find("(camConf|main|"), std::string::npos);
-    const Outcome oneTransfer = board.Run({"camConf", "apply"}, {"--fault", "i2c.write:nth=3"});
-    EXPECT_EQ(oneTransfer.status, 2);
-    EXPECT_NE(oneTransfer.err.find("camConf: 1 transfers failed"), std::string::npos);
+    const struct {
+        Words words, options;
+        const char *message;
+    } cases[] = {
+        {{}, {"--fault", "i2c.write:nth=3"}, "camConf: 1 step failed"},
+        {{}, {"--fault", "gio.set"}, "camConf: 2 steps failed"},
+        {{"-o", "EXT_WDR=9"}, {}, "camConf: 1 step failed"},
+        {{"-o", "DN_MODE=2"}, {}, "camConf: DN_MODE: nothing is stored"},
+    };
+    for (const auto &line : cases) {
+        const Outcome outcome = board.Run(With({"camConf", "apply"}, line.words), line.options);
+        EXPECT_EQ(outcome.status, 2) << line.message;
+        EXPECT_NE(outcome.err.find(line.message), std::string::npos) << outcome.err;
+    }
     EXPECT_EQ(Peek("RegCA_3"), "1\n");
     EXPECT_EQ(board.Run({"camConf", "apply"}, {"--fault", "fgets"}).status, 2);
 }

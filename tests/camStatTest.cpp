@@ -39,8 +39,8 @@ struct CommandLine {
     const char *complaint = ""; // of getopt_long, on standard error
 };
 
-// Without a board, everything that would start it prints an error: an empty standard error shows that nothing
-// was started.
+// Without a board, everything that would start it prints an error: an
+// empty standard error shows that nothing was started.
 TEST(CommandLine, EndsBeforeAnythingIsStarted)
 {
     const CommandLine lines[] = {
@@ -264,8 +264,8 @@ TEST(StartUp, SaysWhichStepFailedAndUndoesTheOnesBefore)
     }
 }
 
-// Every device call of a run fails once: whatever the call, the tool ends with status 0 and leaves nothing
-// open.
+// Every device call of a run fails once: whatever the call, the tool
+// ends with status 0 and leaves nothing open.
 TEST(Robustness, AnyOneFailingCallLeavesNothingOpen)
 {
     for (const char *call :

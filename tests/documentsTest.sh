@@ -5,7 +5,7 @@
 # are compared with their sources, manual pages are linted, the shell completion knows all options and keys.
 #   documentsTest.sh SOURCE_FOLDER BUILD_FOLDER
 set -u
-source=$1
+source=${1:?usage: documentsTest.sh SOURCE_FOLDER BUILD_FOLDER}
 PATH=$2:$PATH
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

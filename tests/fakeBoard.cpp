@@ -29,9 +29,9 @@
 #include <type_traits>
 #include <utility>
 
-// The second names are those that a 32-bit C library gives to the same calls with 64-bit times and offsets.
-// All code of a test program is compiled alike, so whichever name is used goes with the types that are seen
-// here.
+// The second names are those that a 32-bit C library gives to the same calls
+// with 64-bit times and offsets. All code of a test program is compiled
+// alike, so whichever name is used goes with the types that are seen here.
 
 extern "C" {
 int __real_close(int);

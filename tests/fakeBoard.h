@@ -118,8 +118,8 @@ struct Printed {
 };
 Printed Capture(const std::function<void()> &action);
 
-/// The text without its location lines, each replaced by "@module|function: " to keep line numbers out of the
-/// tests.
+/// The text without its location lines, each replaced by
+/// "@module|function: " to keep line numbers out of the tests.
 std::string Locate(const std::string &text);
 
 #endif

@@ -200,8 +200,8 @@ TEST_F(Config, DebugLines)
               "[kel_isp] Receive LOOPBREAK=7\n");
 }
 
-// Each field holds the number of its word, so that no two can be exchanged. In the text below ':' stands for
-// "\t:\t".
+// Each field holds the number of its word, so that no two can be
+// exchanged. In the text below ':' stands for "\t:\t".
 TEST_F(Config, PrintoutByteForByte)
 {
     Words numbers;

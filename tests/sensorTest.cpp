@@ -13,8 +13,8 @@
 #include <cstring>
 #include <limits>
 
-// The gate of the live readouts cannot be made to stay open from outside, so one accessor is replaced to say
-// so.
+// The gate of the live readouts cannot be made to stay open from
+// outside, so one accessor is replaced to say so.
 static bool gateStaysOpen = false;
 extern "C" int __real_CXD3193AR_Info_ExpTime(uint16_t *);
 extern "C" int __wrap_CXD3193AR_Info_ExpTime(uint16_t *value)

@@ -255,7 +255,10 @@ TEST(Commands, TellWhatToTypeInstead)
         {{"pins", "led=2"}, 2, "and 0 or 1"}, {{"fault", "i2c.red"}, 2, "Calls are: open"},
         {{"fault", "i2c.read:nth=0"}, 2, "nth=3"}, {{"fault", "open:full"}, 2, "flash:full"},
         {{"fault", "clear", "9"}, 1, "fault list"}, {{"--sped", "3", "dump"}, 2, "did you mean --speed?"},
-        {{"--speed", "0", "dump"}, 2, "0.01 to 10000"},
+        {{"--speed", "0", "dump"}, 2, "0.01 to 10000"}, {{"--vers"}, 2, "did you mean --version?"},
+        {{"--board", "", "dump"}, 2, "'' is no value for --board: it takes DIR"},
+        {{"--trace", "pins"}, 2, "--trace goes with a program"}, {{"--speed", "2", "dump"}, 2, "--speed goes"},
+        {{"--fault", "open", "scene"}, 2, "camSim fault RULE"}, {{"help", "dmp"}, 2, "no command 'dmp'"},
         // clang-format on
     };
     for (const auto &row : rows) {
@@ -263,6 +266,10 @@ TEST(Commands, TellWhatToTypeInstead)
         EXPECT_EQ(outcome.status, row.status) << row.words[0] << ": " << outcome.err;
         EXPECT_NE(outcome.err.find(row.hint), std::string::npos) << outcome.err;
     }
+    const std::string camSim = std::string(getenv("PROGRAMS")) + "/camSim --board " + board.Folder();
+    const Outcome full = RunPlain({"/bin/sh", "-c", camSim + " dump >/dev/full"});
+    EXPECT_TRUE(full.status == 1 && full.err == "camSim: standard output: No space left on device\n")
+        << full.err;
     std::ofstream(board.Path("board.state")) << "not a board";
     EXPECT_EQ(board.Run({"camStat", "-r"}).status, 1);
     EXPECT_NE(board.Sim({"dump"}).err.find("reset` makes a new board"), std::string::npos);

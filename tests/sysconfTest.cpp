@@ -23,8 +23,8 @@
 #include <random>
 #include <thread>
 
-// The calls of the replacement that the fake board leaves alone are recorded here, so that they can fail,
-// too.
+// The calls of the replacement that the fake board leaves alone are
+// recorded here, so that they can fail, too.
 static bool IsOurs(FILE *file)
 {
     return file != nullptr && Board().openFiles.count(file) != 0;
