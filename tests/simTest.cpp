@@ -266,8 +266,8 @@ TEST(Commands, TellWhatToTypeInstead)
         EXPECT_EQ(outcome.status, row.status) << row.words[0] << ": " << outcome.err;
         EXPECT_NE(outcome.err.find(row.hint), std::string::npos) << outcome.err;
     }
-    const std::string camSim = std::string(getenv("PROGRAMS")) + "/camSim --board " + board.Folder();
-    const Outcome full = RunPlain({"/bin/sh", "-c", camSim + " dump >/dev/full"});
+    const std::string camSim = std::string(getenv("CAMSIM")) + " --board " + board.Folder();
+    const Outcome full = Started({"/bin/sh", "-c", camSim + " dump >/dev/full"}).Wait();
     EXPECT_TRUE(full.status == 1 && full.err == "camSim: standard output: No space left on device\n")
         << full.err;
     std::ofstream(board.Path("board.state")) << "not a board";
