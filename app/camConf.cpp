@@ -149,8 +149,8 @@ int main(int argc, char **argv)
 {
     static char outputBuffer[1024];
     camStat::HoldStandardDescriptors();
-    setvbuf(stdout, outputBuffer, _IOLBF,
-            sizeof outputBuffer); // in order with standard error, also in a file
+    // Line by line, so that the output stays in order with standard error's, also in a file.
+    setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
     const int status = Run(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return camConf::Fail("standard output");
