@@ -5,18 +5,18 @@
 #ifndef KELISP_H
 #define KELISP_H
 
-#include "board/clock.h"
-#include "board/debugFlags.h"
-#include "board/gpio.h"
-#include "drvSrc/drvI2c.h"
-#include "isp/imgConfig.h"
-#include "isp/ispCXD3193AR.h"
-#include "isp/ispImageSet.h"
-#include "isp/ispSensor.h"
-#include "isp/sensorInfo.h"
-#include "isp/sysconf.h"
-#include "platform/cmem.h"
-#include "platform/csl.h"
-#include "platform/osa.h"
+#include "kelisp/clock.h"
+#include "kelisp/cmem.h"
+#include "kelisp/csl.h"
+#include "kelisp/debugFlags.h"
+#include "kelisp/drvI2c.h"
+#include "kelisp/gpio.h"
+#include "kelisp/imgConfig.h"
+#include "kelisp/ispCXD3193AR.h"
+#include "kelisp/ispImageSet.h"
+#include "kelisp/ispSensor.h"
+#include "kelisp/osa.h"
+#include "kelisp/sensorInfo.h"
+#include "kelisp/sysconf.h"
 
 #endif

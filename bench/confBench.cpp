@@ -3,9 +3,9 @@
 // What the image configuration costs: loading a full file (all 45 keys)
 // beside inih parsing the same file with an empty handler, one lookup of a
 // key by its beginning, and the replacement of one value with its syncs.
-#include "isp/imgConfig.h"
-#include "isp/imgConfigKeys.h"
-#include "isp/sysconf.h"
+#include "config/imgConfigKeys.h"
+#include "kelisp/imgConfig.h"
+#include "kelisp/sysconf.h"
 
 #include <benchmark/benchmark.h>
 #include <ini.h>

@@ -3,10 +3,10 @@
 // How much the stress test adds to the work that it cannot do without: the rate of its loop beside the rate
 // of a bare loop of the same requests and pauses, in turns within one run. Run it on the simulated board:
 // camSim loopBench [ROUNDS] The exit status is 1 when the test's loop falls below 98 % of the bare loop.
-#include "app/i2cTest.h"
-#include "app/options.h"
-#include "app/startup.h"
-#include "drvSrc/drvI2c.h"
+#include "app/camStat/i2cTest.h"
+#include "app/camStat/options.h"
+#include "app/shared/startup.h"
+#include "kelisp/drvI2c.h"
 
 #include <algorithm>
 #include <chrono>

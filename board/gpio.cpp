@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
 // GPIO operations: open, request, close.
-#include "board/gpio.h"
+#include "kelisp/gpio.h"
 
-#include "board/debugFlags.h"
+#include "base/pause.h"
 #include "board/gpioDevice.h"
-#include "board/pause.h"
+#include "kelisp/debugFlags.h"
 
 #include <unistd.h>
 

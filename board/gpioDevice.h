@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // The two steps that every user of the GPIO device takes, with their messages. Internal to the library.
-#ifndef KELISP_BOARD_GPIO_DEVICE_H
-#define KELISP_BOARD_GPIO_DEVICE_H
+#ifndef CAMSTAT_BOARD_GPIO_DEVICE_H
+#define CAMSTAT_BOARD_GPIO_DEVICE_H
 
-#include "board/gpio.h"
+#include "kelisp/gpio.h"
 
 #include <fcntl.h>
 #include <stdio.h>

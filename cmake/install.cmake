@@ -19,13 +19,9 @@ install(TARGETS ${kelisp_installed} EXPORT kelisp
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 
-# The public headers keep their rooms, so that they include each other in the same words everywhere.
-file(STRINGS ${CMAKE_SOURCE_DIR}/kelisp.h public_headers REGEX "^#include")
-list(TRANSFORM public_headers REPLACE "^#include \"(.*)\"" "\\1")
-foreach(header IN LISTS public_headers ITEMS kelisp.h platform/decls.h isp/registerMap.def)
-    cmake_path(GET header PARENT_PATH room)
-    install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelisp/${room} COMPONENT dev)
-endforeach()
+# The public headers: kelisp.h and the folder kelisp/ beside it.
+install(FILES kelisp.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+install(DIRECTORY kelisp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 
 include(CMakePackageConfigHelpers)
 set(kelisp_cmake_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelisp)

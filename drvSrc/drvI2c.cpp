@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The camera bus device, one request per call. Retries, messages and locking are its users'.
-#include "drvSrc/drvI2c.h"
+#include "kelisp/drvI2c.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -2,10 +2,10 @@
 //
 // The rules between lines or frames and microseconds that more than one file needs. They follow the timing in
 // gtSensorInfo. Internal to the room.
-#ifndef KELISP_ISP_EXPOSURE_RULES_H
-#define KELISP_ISP_EXPOSURE_RULES_H
+#ifndef CAMSTAT_ISP_EXPOSURE_RULES_H
+#define CAMSTAT_ISP_EXPOSURE_RULES_H
 
-#include "isp/sensorInfo.h"
+#include "kelisp/sensorInfo.h"
 
 namespace kel
 {

@@ -2,9 +2,9 @@
 //
 // Register codes to physical units and back: gain tables, digital gain, exposure compensation. Pure
 // functions; the exposure-time rules are where they are used, in ispExposure.cpp and ispReadout.cpp.
-#include "isp/ispCXD3193AR.h"
+#include "kelisp/ispCXD3193AR.h"
 
-#include "platform/decimal.h"
+#include "base/numbers.h"
 
 namespace
 {

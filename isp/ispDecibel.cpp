@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Decibels: the only conversions that need the maths library, apart so that a program without them does not.
-#include "isp/ispCXD3193AR.h"
+#include "kelisp/ispCXD3193AR.h"
 
 #include <math.h>
 

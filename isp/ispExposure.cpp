@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // Manual exposure and gains, and the limits within which the automatic exposure may move them.
-#include "isp/ispSensor.h"
+#include "kelisp/ispSensor.h"
 
+#include "base/numbers.h"
 #include "isp/exposureRules.h"
-#include "isp/ispCXD3193AR.h"
 #include "isp/ispSensorStep.h"
-#include "platform/decimal.h"
+#include "kelisp/ispCXD3193AR.h"
 
 using kel::Clamp;
 using kel::FailSensorStep;

@@ -2,8 +2,8 @@
 //
 // One accessor for every row of the register map. The rows differ only in data: a getter, a setter and a
 // readout do the work for all of them, and the accessors below are expanded from the map.
-#include "isp/ispCXD3193AR.h"
-#include "isp/sensorInfo.h"
+#include "kelisp/ispCXD3193AR.h"
+#include "kelisp/sensorInfo.h"
 
 #include <stddef.h>
 
@@ -37,7 +37,7 @@ constexpr Field kFields[] = {
 #define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
     {reg, high, low, Setter::setter, Mirror::mirror},
 #define KEL_READOUT(reg, high, low, name, meaning) {reg, high, low, Setter::readout, Mirror::none},
-#include "isp/registerMap.def"
+#include "kelisp/registerMap.def"
 };
 
 constexpr bool FieldsFitAndAscend()
@@ -91,7 +91,7 @@ constexpr Span kSpans[] = {
 #define KEL_WORD(reg, name, meaning) {reg, 2},
 #define KEL_READOUT_WORD(reg, bits, name, meaning) {reg, 2},
 #define KEL_BLOCK(reg, length, name, masks, meaning) {reg, length},
-#include "isp/registerMap.def"
+#include "kelisp/registerMap.def"
 };
 
 constexpr bool SpansAscend()
@@ -305,7 +305,7 @@ constexpr Field kNrDn = {0x53, 1, 0, Setter::plain, Mirror::none};
     {                                                                                                        \
         return ReadOutWord(reg, bits, value);                                                                \
     }
-#include "isp/registerMap.def"
+#include "kelisp/registerMap.def"
 
 int CXD3193AR_Get_NrDnMode(uint8_t *nr, uint8_t *dayNight)
 {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // White balance, picture and day/night controls: levels, indexes, gains and EV values to register values.
-#include "isp/ispSensor.h"
+#include "kelisp/ispSensor.h"
 
-#include "isp/ispCXD3193AR.h"
 #include "isp/ispSensorStep.h"
+#include "kelisp/ispCXD3193AR.h"
 
 #include <stdint.h>
 #include <string.h>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
 // Live readouts: what the processor's automatic exposure and white balance are doing now, in physical units.
-#include "isp/ispSensor.h"
+#include "kelisp/ispSensor.h"
 
 #include "isp/exposureRules.h"
-#include "isp/ispCXD3193AR.h"
 #include "isp/ispSensorStep.h"
+#include "kelisp/ispCXD3193AR.h"
 
 using kel::FailSensorStep;
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
 // Sensor information and initialisation, and the sensor's reset pulse.
-#include "isp/ispSensor.h"
+#include "kelisp/ispSensor.h"
 
-#include "board/debugFlags.h"
-#include "board/gpio.h"
-#include "board/pause.h"
-#include "isp/ispCXD3193AR.h"
+#include "base/pause.h"
 #include "isp/ispSensorStep.h"
+#include "kelisp/debugFlags.h"
+#include "kelisp/gpio.h"
+#include "kelisp/ispCXD3193AR.h"
 
 #include <stdio.h>
 #include <string.h>

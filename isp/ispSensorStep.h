@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // What the sensor functions share: how a failed step reads, and clamping. Internal to the room.
-#ifndef KELISP_ISP_SENSOR_STEP_H
-#define KELISP_ISP_SENSOR_STEP_H
+#ifndef CAMSTAT_ISP_ISP_SENSOR_STEP_H
+#define CAMSTAT_ISP_ISP_SENSOR_STEP_H
 
-#include "platform/report.h"
+#include "base/report.h"
 
 namespace kel
 {

@@ -3,12 +3,12 @@
 // Block transfer: what the camera bus does not give by itself. Limits on the block, retries with a pause
 // after every attempt, the error counter, line and log, and the reflect handshake before every write. One
 // thread at a time.
-#include "isp/ispCXD3193AR.h"
+#include "kelisp/ispCXD3193AR.h"
 
-#include "board/clock.h"
-#include "board/pause.h"
-#include "drvSrc/drvI2c.h"
-#include "platform/report.h"
+#include "base/pause.h"
+#include "base/report.h"
+#include "kelisp/clock.h"
+#include "kelisp/drvI2c.h"
 
 #include <stdio.h>
 #include <string.h>

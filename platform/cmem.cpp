@@ -2,7 +2,7 @@
 //
 // Client of the contiguous-memory driver. The driver's argument words are 32 bits wide on every machine; its
 // buffers lie where a 32-bit address reaches them.
-#include "platform/cmem.h"
+#include "kelisp/cmem.h"
 
 #include <errno.h>
 #include <fcntl.h>

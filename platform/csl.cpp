@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Chip-support handles: opened in the order of their node numbers, closed in reverse.
-#include "platform/csl.h"
+#include "kelisp/csl.h"
 
 #include <fcntl.h>
 #include <stdio.h>

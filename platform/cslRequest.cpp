@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The two requests of modules with a register block; their words belong to the driver.
-#include "platform/csl.h"
+#include "kelisp/csl.h"
 
 #include <sys/ioctl.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // OS abstraction: the print lock, mutexes and a few system calls.
-#include "platform/osa.h"
+#include "kelisp/osa.h"
 
-#include "platform/report.h"
+#include "base/report.h"
 
 #include <signal.h>
 #include <stdio.h>

@@ -4,12 +4,12 @@
 // handles and the OS abstraction; each with the failures of its calls.
 #include "fakeBoard.h"
 
-#include "board/clock.h"
-#include "board/debugFlags.h"
-#include "board/gpio.h"
-#include "platform/cmem.h"
-#include "platform/csl.h"
-#include "platform/osa.h"
+#include "kelisp/clock.h"
+#include "kelisp/cmem.h"
+#include "kelisp/csl.h"
+#include "kelisp/debugFlags.h"
+#include "kelisp/gpio.h"
+#include "kelisp/osa.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -52,10 +52,10 @@ for page in man/*; do
     failures=$((failures + 1))
 done
 
-grep -o '{"[^"]*", KeyAction' isp/imgConfigKeys.h | cut -d '"' -f 2 >"$work/keys"
+grep -o '{"[^"]*", KeyAction' config/imgConfigKeys.h | cut -d '"' -f 2 >"$work/keys"
 bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$work/offered"
 same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
-grep -o '{"[a-z]*", [a-z]*_argument' app/options.cpp | cut -d '"' -f 2 | sed 's/^/--/' | sort >"$work/options"
+grep -o '{"[a-z]*", [a-z]*_argument' app/camStat/options.cpp | cut -d '"' -f 2 | sed 's/^/--/' | sort >"$work/options"
 bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camStat --) COMP_CWORD=1 && _camStat && printf "%s\n" "${COMPREPLY[@]}"' |
     sort >"$work/offered"
 same "tools/completion/camStat.bash offers other options than camStat has" "$work/options" "$work/offered"

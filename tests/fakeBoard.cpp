@@ -3,10 +3,10 @@
 // The fake board: the calls that the linker redirects here, and what the devices behind them answer.
 #include "fakeBoard.h"
 
-#include "drvSrc/drvI2c.h"
-#include "isp/ispCXD3193AR.h"
-#include "isp/sensorInfo.h"
-#include "platform/osa.h"
+#include "kelisp/drvI2c.h"
+#include "kelisp/ispCXD3193AR.h"
+#include "kelisp/osa.h"
+#include "kelisp/sensorInfo.h"
 
 #include <fcntl.h>
 #include <pthread.h>

@@ -4,9 +4,9 @@
 // order; what is copied when; reports and debug lines; and generated sequences of records.
 #include "fakeBoard.h"
 
-#include "board/debugFlags.h"
-#include "isp/ispImageSet.h"
-#include "isp/ispSensor.h"
+#include "kelisp/debugFlags.h"
+#include "kelisp/ispImageSet.h"
+#include "kelisp/ispSensor.h"
 
 #include <cstring>
 #include <filesystem>

@@ -4,8 +4,8 @@
 // option strings, nested loads, the printout byte for byte, and the day/night switch.
 #include "fakeBoard.h"
 
-#include "board/debugFlags.h"
-#include "isp/imgConfig.h"
+#include "kelisp/debugFlags.h"
+#include "kelisp/imgConfig.h"
 
 #include <cstring>
 #include <fstream>

@@ -4,8 +4,8 @@
 // error log; and the register utility, by its command lines.
 #include "fakeBoard.h"
 
-#include "drvSrc/drvI2c.h"
-#include "isp/ispCXD3193AR.h"
+#include "kelisp/drvI2c.h"
+#include "kelisp/ispCXD3193AR.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -4,8 +4,8 @@
 // register, bits, kind of setter, mirror, the exact traffic, and what stays as it was when a transfer fails.
 #include "fakeBoard.h"
 
-#include "isp/ispCXD3193AR.h"
-#include "isp/sensorInfo.h"
+#include "kelisp/ispCXD3193AR.h"
+#include "kelisp/sensorInfo.h"
 
 #include <cstddef>
 #include <cstring>

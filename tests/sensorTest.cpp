@@ -4,9 +4,9 @@
 // and what is written, returned and printed when any one transfer fails.
 #include "fakeBoard.h"
 
-#include "board/debugFlags.h"
-#include "isp/ispCXD3193AR.h"
-#include "isp/ispSensor.h"
+#include "kelisp/debugFlags.h"
+#include "kelisp/ispCXD3193AR.h"
+#include "kelisp/ispSensor.h"
 
 #include <algorithm>
 #include <cmath>

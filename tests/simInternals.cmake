@@ -3,7 +3,7 @@
 #   cmake -D NM=TOOL "-D OBJECTS=FILE;FILE;..." -P simInternals.cmake
 set(wrapped "")
 foreach(object IN LISTS OBJECTS)
-    if(object MATCHES "/preload[A-Za-z]*\\.cpp")
+    if(object MATCHES "/preload/[A-Za-z]*\\.cpp")
         execute_process(COMMAND ${NM} -g --defined-only ${object} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
         string(REGEX MATCHALL " [TW] [a-z_][a-z0-9_]*\n" found "${symbols}")
         list(TRANSFORM found REPLACE " [TW] ([a-z0-9_]*)\n" "\\1")

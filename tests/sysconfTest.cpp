@@ -4,7 +4,7 @@
 // replacement with each of its calls failing, or the process dying there.
 #include "fakeBoard.h"
 
-#include "isp/sysconf.h"
+#include "kelisp/sysconf.h"
 
 #include <fcntl.h>
 #include <signal.h>

@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+//
+// The stress test. Its thread does all camera work and all printing; the main thread only waits for the
+// finished state.
+#include "app/camStat/i2cTest.h"
+
+#include "app/camStat/options.h"
+#include "app/camStat/reports.h"
+#include "base/pause.h"
+#include "base/report.h"
+#include "kelisp/clock.h"
+#include "kelisp/ispCXD3193AR.h"
+
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+constinit kel::AtomicWord giI2cTestThreald{0};
+
+namespace
+{
+
+enum ThreadState : int32_t { kNotStarted = 0, kRunning = 1, kFinished = 2 };
+
+constexpr uint32_t kWaitUs = 1000000;
+
+constexpr char kResultPrefix[] = "/mnt/nand/I2cTestResult_";
+constexpr char kClearKernelLog[] = "dmesg -c > /dev/null";
+constexpr char kCaptureKernelLog[] = "dmesg | grep i2c_davinci > /mnt/nand/dmesg_";
+
+constexpr size_t kSummarySize = 256;
+constexpr size_t kPathSize = 64;
+
+static_assert(sizeof kCaptureKernelLog + 14 <= kPathSize); // 14 digits of the stamp
+
+// While the test runs, the exposure values switch between these two whenever more than this time has passed.
+// Nothing applies them to the camera during the test.
+constexpr int64_t kSwitchAfterMs = 3000;
+
+struct ExposureValues {
+    double shutterUs;
+    double again;
+};
+constexpr ExposureValues kSwitched[] = {{1000000.0 / 30, 2.0}, {1000000.0 / 120, 1.0}};
+
+/// What one run of the test keeps.
+struct Run {
+    char start[KEL_STAMP_SIZE];
+    char now[KEL_STAMP_SIZE];
+    int64_t startMs; // of the run, then of the last exposure switch
+    int64_t nowMs;
+    int iteration;
+    int nextValues;             // of kSwitched, at the next switch
+    char summary[kSummarySize]; // of the last iteration; empty before the first
+};
+
+/// Runs a shell command; what it returns tells nothing about the camera.
+void RunShell(const char *command)
+{
+    const int status = system(command);
+    static_cast<void>(status);
+}
+
+void TakeMs(int64_t *ms)
+{
+    if (GetMsFromStart(ms) < 0)
+        puts("GetMsFromStart failed!");
+}
+
+bool StopRequested()
+{
+    if (kel::LoadWord(giCamStatTerm) != 1)
+        return false;
+    printf("%s received SIGTERM!\n", "camStat"); // the same line for SIGINT
+    return true;
+}
+
+void SwitchExposureValues(Run &run)
+{
+    if (run.nowMs - run.startMs <= kSwitchAfterMs)
+        return;
+    const ExposureValues &values = kSwitched[run.nextValues];
+    gdbShutter = values.shutterUs;
+    gdbSensorAgain = values.again;
+    run.nextValues ^= 1;
+    run.startMs = run.nowMs;
+}
+
+void PrintSummary(Run &run)
+{
+    snprintf(run.summary, sizeof run.summary - 1,
+             "I2C Error Counts = %d\nI2C Read Error Counts = %d\n[%s][%s][%d]:\n", giI2cErrCount,
+             giI2cReadErrCount, run.start, run.now, run.iteration);
+    fputs(run.summary, stdout);
+}
+
+/// Reads until a stop is requested or a readout fails.
+void Loop(Run &run)
+{
+    for (;; ++run.iteration) {
+        GetDateTime(run.now);
+        if (InfoOut() < 0) {
+            puts("InfoOut failed!");
+            PrintSummary(run);
+            return;
+        }
+        TakeMs(&run.nowMs);
+        SwitchExposureValues(run);
+        PrintSummary(run);
+        if (StopRequested())
+            return;
+    }
+}
+
+/// Writes the last summary; false when the file cannot be created. A flash that takes the file but not its
+/// text is reported as well: the technician must not go home with an empty result.
+bool SaveResult(const Run &run, const char *stamp)
+{
+    char path[kPathSize];
+    snprintf(path, sizeof path, "%s%s", kResultPrefix, stamp);
+    FILE *result = fopen(path, "w+");
+    if (result == nullptr) {
+        fprintf(stderr, "fopen %s failed!\n", path);
+        return false;
+    }
+    const bool written = fputs(run.summary, result) >= 0;
+    if (fclose(result) != 0 || !written)
+        fprintf(stderr, "write %s failed!\n", path);
+    return true;
+}
+
+void CaptureKernelLog(const char *stamp)
+{
+    char command[kPathSize];
+    snprintf(command, sizeof command, "%s%s", kCaptureKernelLog, stamp);
+    RunShell(command);
+}
+
+} // namespace
+
+void *I2cTestThread(void *)
+{
+    kel::StoreWord(giI2cTestThreald, kRunning);
+    gdbSensorDgain = 1.0;
+    Run run = {};
+    RunShell(kClearKernelLog); // the capture at the end then holds this run's messages only
+    GetDateTime(run.start);
+    TakeMs(&run.startMs);
+    if (!StopRequested())
+        Loop(run);
+    GetTimeStamp(run.now); // the form for file names
+    if (SaveResult(run, run.now))
+        CaptureKernelLog(run.now);
+    kel::StoreWord(giI2cTestThreald, kFinished);
+    return nullptr;
+}
+
+namespace camStat
+{
+
+void RunI2cTest()
+{
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, I2cTestThread, nullptr) != 0) {
+        kel::ReportStep("camStat", "pthread_create", -1, "main");
+        return;
+    }
+    pthread_detach(thread); // its end is told by the state, not by a join
+    while (kel::LoadWord(giI2cTestThreald) != kFinished)
+        kel::PauseUs(kWaitUs);
+    fputs("=================  Finish I2C test. ================ \n", stderr);
+}
+
+} // namespace camStat

@@ -1,9 +1,0 @@
-// SPDX-License-Identifier: MIT
-//
-// The register utility as a program of its own.
-#include "drvSrc/drvI2c.h"
-
-int main(int argc, char **argv)
-{
-    return DrvI2cTestMain(argc, argv);
-}

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+//
+// Start-up and teardown, shared by the programs that work on the camera.
+#include "app/shared/startup.h"
+
+#include "base/report.h"
+#include "kelisp/cmem.h"
+#include "kelisp/csl.h"
+#include "kelisp/drvI2c.h"
+#include "kelisp/ispSensor.h"
+#include "kelisp/osa.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr uint8_t kCameraSlave = 0xE2;
+
+void StopCmem()
+{
+    CMEM_exit();
+    CSL_sysExit();
+}
+
+} // namespace
+
+namespace camStat
+{
+
+int StartBoard(const char *module)
+{
+    const auto fail = [module](const char *message, int line = __builtin_LINE()) {
+        kel::ReportError(module, message, "main", line);
+        return -1;
+    };
+    OSA_init();
+    if (CSL_sysInit() != 0)
+        return fail("[kel_isp] CSL_sysInit() failed.\n"); // what it could open stays with the ending process
+    if (CMEM_init() != 0) {
+        fail("[kel_isp] CMEM_init() failed.\n");
+        CSL_sysExit();
+        return -1;
+    }
+    if (DrvI2cOpen(&gtI2cHndl, kCameraSlave) != 0) {
+        fail("[kel_isp] DrvI2cOpen() failed.\n");
+        StopCmem();
+        return -1;
+    }
+    if (SensorInit() != 0) {
+        fail("[kel_isp] InitSensor() failed.\n");
+        StopBoard();
+        return -1;
+    }
+    return 0;
+}
+
+void StopBoard()
+{
+    DrvI2cClose(&gtI2cHndl);
+    StopCmem();
+}
+
+void HoldStandardDescriptors()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        struct stat info;
+        if (fstat(fd, &info) != 0 && errno == EBADF && open("/dev/null", O_RDWR) < 0)
+            return;
+    }
+}
+
+void InstallStopHandler(void (*handler)(int))
+{
+    OSA_setSignalHandler(SIGINT, handler);
+    OSA_setSignalHandler(SIGTERM, handler);
+}
+
+void AskForExactPauses()
+{
+    // The default slack of 50 us would lengthen every 1 ms pause by a
+    // twentieth. A kernel without it changes nothing.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+}
+
+} // namespace camStat

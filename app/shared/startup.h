@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+//
+// Start-up and teardown of the board around a program's work: chip
+// support, contiguous memory, camera link, sensor.
+#ifndef CAMSTAT_APP_SHARED_STARTUP_H
+#define CAMSTAT_APP_SHARED_STARTUP_H
+
+namespace camStat
+{
+
+/// Starts the platform and the camera link. A step that fails is reported on standard
+/// error, as `module`'s function "main", and what had been started before it is stopped
+/// again; a chip-support start that failed half-way is left to the ending process.
+///
+/// @param module  the program's name in the report
+/// @return 0, or -1 with nothing left to stop
+int StartBoard(const char *module);
+
+/// Stops what StartBoard started, in reverse order.
+void StopBoard();
+
+/// Fills standard descriptors that the caller closed with "/dev/null": otherwise a device would be opened
+/// in their place and printed into. Comes first in a program.
+void HoldStandardDescriptors();
+
+/// Installs `handler` for SIGINT and SIGTERM.
+void InstallStopHandler(void (*handler)(int));
+
+/// Asks the kernel to end pauses as close to their time as it can.
+void AskForExactPauses();
+
+} // namespace camStat
+
+#endif

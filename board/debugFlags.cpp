@@ -1,7 +1,0 @@
-// SPDX-License-Identifier: MIT
-//
-// The debug switches shared by the rooms.
-#include "board/debugFlags.h"
-
-int32_t gfDebugFlag = 0;
-int32_t gfImgDebugFlag = 0;

@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+//
+// System calls by number. Nothing here touches errno's value as the program sees it: the callers in the
+// preloaded library keep it.
+#include "sim/board/host.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace sim::host
+{
+
+namespace
+{
+
+constexpr int kOwnDescriptors = 700;
+
+// The kernel's 64-bit time record; on 32-bit machines the C library's own record may be narrower.
+struct KernelTime {
+    int64_t sec;
+    int64_t nsec;
+};
+
+#ifdef SYS_clock_gettime64
+constexpr long kClockGetTime = SYS_clock_gettime64;
+constexpr long kClockSleep = SYS_clock_nanosleep_time64;
+#else
+constexpr long kClockGetTime = SYS_clock_gettime;
+constexpr long kClockSleep = SYS_clock_nanosleep;
+#endif
+
+long OrErrno(long result)
+{
+    return result < 0 ? -errno : result;
+}
+
+} // namespace
+
+int Open(const char *path, int flags, unsigned mode)
+{
+    return static_cast<int>(OrErrno(syscall(SYS_openat, AT_FDCWD, path, flags | O_CLOEXEC, mode)));
+}
+
+void Close(int fd)
+{
+    syscall(SYS_close, fd);
+}
+
+bool WriteAll(int fd, const char *bytes, size_t count)
+{
+    while (count > 0) {
+        const long written = OrErrno(syscall(SYS_write, fd, bytes, count));
+        if (written == -EINTR || written == -EAGAIN) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        count -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+long Read(int fd, void *dest, size_t count)
+{
+    long got = -EINTR;
+    while (got == -EINTR) {
+        got = OrErrno(syscall(SYS_read, fd, dest, count));
+    }
+    return got;
+}
+
+long FileSize(int fd)
+{
+    const long size = OrErrno(syscall(SYS_lseek, fd, 0L, SEEK_END));
+    syscall(SYS_lseek, fd, 0L, SEEK_SET);
+    return size;
+}
+
+bool Truncate(int fd)
+{
+    return syscall(SYS_ftruncate, fd, 0L) == 0;
+}
+
+void *MapShared(int fd, size_t length)
+{
+#ifdef SYS_mmap2
+    const long map = syscall(SYS_mmap2, 0L, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0L);
+#else
+    const long map = syscall(SYS_mmap, 0L, length, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0L);
+#endif
+    void *address = nullptr;
+    memcpy(&address, &map, sizeof(address));
+    return map == -1 ? nullptr : address;
+}
+
+bool MakeReadOnly(int fd, const char *path)
+{
+    const int readOnly = Open(path, O_RDONLY);
+    const bool good = readOnly >= 0 && syscall(SYS_dup3, readOnly, fd, 0L) >= 0;
+    Close(readOnly);
+    return good;
+}
+
+int MoveUp(int fd)
+{
+#ifdef SYS_fcntl64
+    return static_cast<int>(OrErrno(syscall(SYS_fcntl64, fd, F_DUPFD_CLOEXEC, kOwnDescriptors)));
+#else
+    return static_cast<int>(OrErrno(syscall(SYS_fcntl, fd, F_DUPFD_CLOEXEC, kOwnDescriptors)));
+#endif
+}
+
+int64_t ClockNs(int clock)
+{
+    KernelTime now = {};
+    syscall(kClockGetTime, clock, &now);
+    return now.sec * 1000000000 + now.nsec;
+}
+
+uint64_t MonotonicNs()
+{
+    return static_cast<uint64_t>(ClockNs(CLOCK_MONOTONIC));
+}
+
+void SleepNs(uint64_t ns)
+{
+    KernelTime left = {static_cast<int64_t>(ns / 1000000000U), static_cast<int64_t>(ns % 1000000000U)};
+    while (syscall(kClockSleep, CLOCK_MONOTONIC, 0, &left, &left) < 0 && errno == EINTR) {
+    }
+}
+
+void Yield()
+{
+    syscall(SYS_sched_yield);
+}
+
+uint32_t ProcessId()
+{
+    return static_cast<uint32_t>(syscall(SYS_getpid));
+}
+
+uint32_t ThreadId()
+{
+    return static_cast<uint32_t>(syscall(SYS_gettid));
+}
+
+bool IsAlive(uint32_t id)
+{
+    return syscall(SYS_kill, static_cast<long>(id), 0L) == 0 || errno != ESRCH;
+}
+
+} // namespace sim::host

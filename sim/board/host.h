@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+//
+// The PC underneath: plain system calls for the simulator's own use. The
+// preloaded library stands in for open, close, clock_gettime and their kin,
+// so its own work must not go through those names; it goes through these.
+#ifndef SIM_BOARD_HOST_H
+#define SIM_BOARD_HOST_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace sim::host
+{
+
+/// Opens a file with the flags of open(2), close-on-exec added; a descriptor, or the negative errno.
+int Open(const char *path, int flags, unsigned mode = 0);
+void Close(int fd);
+/// Writes all bytes, whatever comes between; false on an error.
+bool WriteAll(int fd, const char *bytes, size_t count);
+/// Reads up to `count` bytes; the number read, 0 at the end, or the negative errno.
+long Read(int fd, void *dest, size_t count);
+long FileSize(int fd);
+bool Truncate(int fd);
+/// Maps `length` bytes of a file, shared, for reading and writing; null on failure.
+void *MapShared(int fd, size_t length);
+/// Makes a descriptor of the file at `path` read-only, under the same number.
+bool MakeReadOnly(int fd, const char *path);
+/// Moves a descriptor to a number above those that programs see, close-on-exec; or the negative errno.
+int MoveUp(int fd);
+
+/// A clock of the PC, by its number for clock_gettime.
+int64_t ClockNs(int clock);
+uint64_t MonotonicNs();
+void SleepNs(uint64_t ns);
+void Yield();
+uint32_t ProcessId();
+uint32_t ThreadId();
+/// A process or thread with this number is there.
+bool IsAlive(uint32_t id);
+
+} // namespace sim::host
+
+#endif

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+//
+// Making boards: the folder, its flash and its configuration files, and the state after power-on.
+#ifndef SIM_LAUNCHER_BOARD_FOLDER_H
+#define SIM_LAUNCHER_BOARD_FOLDER_H
+
+#include <string>
+
+namespace sim
+{
+
+/// The folder that holds the board when the command line names none.
+std::string DefaultBoardFolder();
+
+/// Attaches the board in `folder`, and makes it first where there
+/// is none yet. On failure `problem` says why, and what to do.
+bool UseBoard(const std::string &folder, std::string *problem);
+
+/// Makes the board as new: camera, pins, scene, files, no
+/// fault rules. Programs that use it go on with the new one.
+bool ResetBoard(const std::string &folder, std::string *problem);
+
+} // namespace sim
+
+#endif
