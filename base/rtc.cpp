@@ -33,10 +33,10 @@ int CheckRtc(void)
         return -1;
     }
     char text[256] = {};
-    const ssize_t got = read(fd, text, sizeof text);
+    const ssize_t got = read(fd, text, sizeof(text));
     if (got < 1)
         LogRtcFailure("Read %s failed");
     close(fd);
-    text[sizeof text - 1] = '\0';
-    return got >= 1 && strncmp(text, kRtcWord, sizeof kRtcWord - 1) == 0 ? 0 : -1;
+    text[sizeof(text) - 1] = '\0';
+    return got >= 1 && strncmp(text, kRtcWord, sizeof(kRtcWord) - 1) == 0 ? 0 : -1;
 }

@@ -55,10 +55,9 @@ void LoadFullFile(benchmark::State &state)
 {
     ImgCfgStatus record;
     ImgCfgDefault(&record);
-    for (auto _ : state) {
+    for (auto _ : state)
         if (ImgCfgLoadFile(&record, Path()) != 0 || record.extDebug != 128)
             state.SkipWithError("the file was not loaded");
-    }
 }
 BENCHMARK(LoadFullFile);
 
@@ -94,10 +93,9 @@ BENCHMARK(ParseKeyByItsBeginning);
 
 void ReplaceOneValue(benchmark::State &state)
 {
-    for (auto _ : state) {
+    for (auto _ : state)
         if (sysconf_fset(Path(), "2A_WB_R", "600") != 0)
             state.SkipWithError("the value was not replaced");
-    }
 }
 BENCHMARK(ReplaceOneValue)->Unit(benchmark::kMicrosecond);
 

@@ -58,7 +58,7 @@ long CountIterations(FILE *output)
     long iterations = 0;
     char line[256];
     rewind(output);
-    while (fgets(line, sizeof line, output) != nullptr)
+    while (fgets(line, sizeof(line), output) != nullptr)
         if (line[0] == '[')
             ++iterations;
     return iterations;

@@ -20,16 +20,16 @@ inline size_t ReadLine(FILE *stream, char (&line)[kLineSize])
 {
     // In a buffer full of line feeds the first one is the line's own when fgets put its terminator behind it,
     // and otherwise the one behind the terminator.
-    memset(line, '\n', sizeof line);
-    if (fgets(line, sizeof line, stream) == nullptr) {
+    memset(line, '\n', sizeof(line));
+    if (fgets(line, sizeof(line), stream) == nullptr) {
         line[0] = '\0';
         return 0;
     }
-    const void *feed = memchr(line, '\n', sizeof line);
+    const void *feed = memchr(line, '\n', sizeof(line));
     if (feed == nullptr)
-        return sizeof line - 1;
+        return sizeof(line) - 1;
     const size_t at = static_cast<size_t>(static_cast<const char *>(feed) - line);
-    return at + 1 < sizeof line && line[at + 1] == '\0' ? at + 1 : at - 1;
+    return at + 1 < sizeof(line) && line[at + 1] == '\0' ? at + 1 : at - 1;
 }
 
 // What ends a value and a key on a line, and a word of an option string.

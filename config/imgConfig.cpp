@@ -30,7 +30,7 @@ constexpr size_t Length(const char *text)
     return __builtin_strlen(text);
 }
 
-// ---- The key list and the ways into it ----
+// ---- The key list and the ways into it
 
 constexpr size_t ListSize()
 {
@@ -121,14 +121,13 @@ Found FindKey(const char *key)
     if (occurrence == nullptr)
         return {-1, -1};
     const int position = static_cast<int>(occurrence - kKeyList.text);
-    for (size_t row = 0; row < kConfKeyCount; ++row) {
+    for (size_t row = 0; row < kConfKeyCount; ++row)
         if (kKeyList.position[row] == position)
             return {static_cast<int>(row), position};
-    }
     return {-1, position};
 }
 
-// ---- Values ----
+// ---- Values
 
 bool IsOne(const char *value)
 {
@@ -144,7 +143,7 @@ void ParseWindow(ImgCfgStatus *record, const char *value)
         cell[i] = static_cast<unsigned char>(value[i]) - '0';
 }
 
-// ---- The parser ----
+// ---- The parser
 
 /// What is left for the loads that RESET and RELOAD start within one outermost call.
 struct LoadBudget {
@@ -218,7 +217,7 @@ int Parse(ImgCfgStatus *record, const char *key, const char *value, LoadBudget *
     return found.position;
 }
 
-// ---- Sources of settings ----
+// ---- Sources of settings
 
 int LoadFile(ImgCfgStatus *record, const char *path, LoadBudget *budget)
 {
@@ -229,7 +228,7 @@ int LoadFile(ImgCfgStatus *record, const char *path, LoadBudget *budget)
     if (file == nullptr)
         return IMG_CFG_UNREADABLE;
     char buffer[4096];
-    setvbuf(file, buffer, _IOFBF, sizeof buffer);
+    setvbuf(file, buffer, _IOFBF, sizeof(buffer));
     char line[kel::kLineSize];
     while (kel::ReadLine(file, line) > 0) {
         char *rest = line;
@@ -285,17 +284,16 @@ int ImgCfgParseOptions(ImgCfgStatus *record, char *options)
     return 0;
 }
 
-// ---- Defaults and printout ----
+// ---- Defaults and printout
 
 void ImgCfgDefault(ImgCfgStatus *record)
 {
     *record = {};
     record->lenType = 1;
     record->icrType = 1;
-    for (auto &row : record->aeWindow) {
+    for (auto &row : record->aeWindow)
         for (int32_t &cell : row)
             cell = 1;
-    }
     record->aecEn = 1;
     record->agcEn = 1;
     record->awbEn = 1;
@@ -393,7 +391,7 @@ void ImgCfgPrint(const ImgCfgStatus *record)
     puts(kRule);
 }
 
-// ---- The day/night switch ----
+// ---- The day/night switch
 
 namespace
 {

@@ -87,7 +87,7 @@ inline constexpr ConfKey kConfKeys[] = {
     {"sensor_height", KeyAction::Echo},
 };
 
-constexpr size_t kConfKeyCount = sizeof kConfKeys / sizeof kConfKeys[0];
+constexpr size_t kConfKeyCount = sizeof(kConfKeys) / sizeof(kConfKeys[0]);
 
 /// Night as the record has it: a mode of its own, or as the light sensor or the digital input says.
 constexpr bool IsNight(const ImgCfgStatus &record)

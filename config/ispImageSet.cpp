@@ -28,7 +28,7 @@ constexpr char kModule[] = "ispImageSet";
 constexpr double kGainUnit = 512.0;       // stored white-balance gains are gain x 512
 constexpr uint32_t kWbHoldUs = 50 * 1000; // for the held gains to settle before they are read
 
-// ---- Reports ----
+// ---- Reports
 
 /// Counts a failed step that has reported itself.
 void Count(int status)
@@ -57,7 +57,7 @@ void DebugValue(const char *name, int32_t value)
         printf("[kel_isp] %s = %d\n", name, value);
 }
 
-// ---- Groups of fields ----
+// ---- Groups of fields
 
 struct NamedField {
     ConfField field;
@@ -67,10 +67,9 @@ struct NamedField {
 template <size_t N>
 bool AnyDiffers(const ImgCfgStatus *wanted, const NamedField (&fields)[N])
 {
-    for (const NamedField &row : fields) {
+    for (const NamedField &row : fields)
         if (wanted->*row.field != gtImgCfgStatus.*row.field)
             return true;
-    }
     return false;
 }
 
@@ -113,7 +112,7 @@ void ApplyLevel(const ImgCfgStatus *wanted, const Level &level)
         DebugValue(level.debugName, value);
 }
 
-// ---- Saturation, day and night ----
+// ---- Saturation, day and night
 
 constexpr NamedField kDayNightFields[] = {
     {&ImgCfgStatus::saturation, "SATURATION"},
@@ -135,7 +134,7 @@ bool DayNightDiffers(const ImgCfgStatus *wanted)
 void SaveLightSensor(const ImgCfgStatus *wanted)
 {
     char text[16];
-    snprintf(text, sizeof text, "%d", wanted->dnLs);
+    snprintf(text, sizeof(text), "%d", wanted->dnLs);
     const int status = sysconf_fset(IMG_CFG_SYSTEM_FILE, "DN_LS", text);
     Count(status);
     if (status != 0)
@@ -158,7 +157,7 @@ void ApplyDayNight(const ImgCfgStatus *wanted)
     CopyGroup(wanted, kDayNightFields);
 }
 
-// ---- Noise filter ----
+// ---- Noise filter
 
 void ApplyNoiseFilter(const ImgCfgStatus *wanted)
 {
@@ -176,7 +175,7 @@ void ApplyNoiseFilter(const ImgCfgStatus *wanted)
     }
 }
 
-// ---- Exposure and gain ----
+// ---- Exposure and gain
 
 constexpr NamedField kExposureFields[] = {
     {&ImgCfgStatus::aecEn, "AEC"},          {&ImgCfgStatus::agcEn, "AGC"},
@@ -330,7 +329,7 @@ void ApplyExposure(const ImgCfgStatus *wanted)
     CopyGroup(wanted, kExposureFields);
 }
 
-// ---- White balance ----
+// ---- White balance
 
 void SetWbAuto(uint8_t on)
 {
@@ -421,7 +420,7 @@ void ApplyWbGains(ImgCfgStatus *wanted)
 bool SaveGain(const char *path, const char *key, int gain)
 {
     char text[80] = {};
-    snprintf(text, sizeof text, "%d", gain);
+    snprintf(text, sizeof(text), "%d", gain);
     return sysconf_fset(path, key, text) == 0;
 }
 

@@ -18,7 +18,7 @@ namespace
 
 constexpr char kCannotOpen[] = "can not open sysconf file %s.\n";
 constexpr char kTempSuffix[] = ".tmp";
-constexpr size_t kTempNameSize = SYSCONF_PATH_MAX + sizeof kTempSuffix;
+constexpr size_t kTempNameSize = SYSCONF_PATH_MAX + sizeof(kTempSuffix);
 
 static_assert(SYSCONF_LINE_SIZE == kel::kLineSize);
 static_assert(kTempNameSize == 128);
@@ -172,7 +172,7 @@ int sysconf_fset(const char *path, const char *key, const char *value)
     char tempName[kTempNameSize];
     const bool nameFits = strlen(path) <= SYSCONF_PATH_MAX;
     if (nameFits)
-        snprintf(tempName, sizeof tempName, "%s%s", path, kTempSuffix);
+        snprintf(tempName, sizeof(tempName), "%s%s", path, kTempSuffix);
     else
         errno = ENAMETOOLONG;
     FILE *temp = nameFits ? fopen(tempName, "w") : nullptr;

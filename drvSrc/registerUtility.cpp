@@ -94,12 +94,11 @@ void FillAddresses(const Request &request)
 
 void PrintValues(const Request &request)
 {
-    for (unsigned i = 0; i < request.count; ++i) {
+    for (unsigned i = 0; i < request.count; ++i)
         if (request.dataSize == 1)
             PrintLocked(" I2C: 0x%02x = 0x%02x \n", gRegAddr[i], gValue8[i]);
         else
             PrintLocked(" I2C: 0x%02x = 0x%04x \n", gRegAddr[i], gValue16[i]);
-    }
 }
 
 void PrintOutcome(const Request &request, int status, const char *failure)
@@ -198,7 +197,7 @@ int DrvI2cTestMain(int argc, char **argv)
     int status = DrvI2cOpen(&handle, request.slaveAddr);
     if (status < 0) {
         char message[32]; // without a line end: the text is fixed
-        snprintf(message, sizeof message, "DrvI2cOpen(%d)", request.slaveAddr);
+        snprintf(message, sizeof(message), "DrvI2cOpen(%d)", request.slaveAddr);
         kel::ReportError(kModule, message);
         return status;
     }

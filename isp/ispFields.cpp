@@ -31,7 +31,7 @@ struct Field {
     constexpr uint8_t Mask() const { return static_cast<uint8_t>((0xFF >> (7 - high)) & (0xFF << low)); }
 };
 
-// ---- The map is checked when it is compiled ----
+// ---- The map is checked when it is compiled
 
 constexpr Field kFields[] = {
 #define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
@@ -42,7 +42,7 @@ constexpr Field kFields[] = {
 
 constexpr bool FieldsFitAndAscend()
 {
-    for (size_t i = 0; i < sizeof kFields / sizeof kFields[0]; ++i) {
+    for (size_t i = 0; i < sizeof(kFields) / sizeof(kFields[0]); ++i) {
         const Field &field = kFields[i];
         if (field.high > 7 || field.low > field.high)
             return false;
@@ -114,7 +114,7 @@ constexpr uint8_t SensorInfo::*const kMirrors[] = {
 static_assert(kMirrors[static_cast<size_t>(Mirror::extGioEnable) - 1] == &SensorInfo::extGioEnable);
 static_assert(kMirrors[static_cast<size_t>(Mirror::dayNightOn) - 1] == &SensorInfo::dayNightOn);
 
-// ---- Bits kept by the accessors that move several registers ----
+// ---- Bits kept by the accessors that move several registers
 
 constexpr size_t kMaxBlock = 30;
 
@@ -155,7 +155,7 @@ void CopyMasked(uint8_t *to, const uint8_t *from, int count, const Masks &masks)
         to[i] = from[i] & masks.of[i];
 }
 
-// ---- The work behind the accessors ----
+// ---- The work behind the accessors
 
 /// The record keeps no more frames than one second holds: 30 per second with sensor type 6, 60 with type 7.
 void HoldLongExpFrames()
@@ -266,7 +266,7 @@ constexpr Field kNrDn = {0x53, 1, 0, Setter::plain, Mirror::none};
 
 } // namespace
 
-// ---- The accessors ----
+// ---- The accessors
 
 #define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
     int CXD3193AR_Get_##name(uint8_t *value)                                                                 \

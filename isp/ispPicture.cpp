@@ -126,7 +126,7 @@ int SetYGamma(int level)
 {
     const int held = Clamp(level, 0, kMaxLevel);
     uint8_t curve[kGammaEntries];
-    memcpy(curve, kBaseGamma, sizeof curve);
+    memcpy(curve, kBaseGamma, sizeof(curve));
     if (held < kBrightFrom) {
         const GammaBand *band = kGammaBands;
         while (held < band->fromLevel)
@@ -201,7 +201,7 @@ double GetBlc(void)
 
 int SetBlcIndex(int index)
 {
-    constexpr int count = sizeof kEvOfIndex / sizeof kEvOfIndex[0];
+    constexpr int count = sizeof(kEvOfIndex) / sizeof(kEvOfIndex[0]);
     return SetBlc(index >= 0 && index < count ? kEvOfIndex[index] : 0.0);
 }
 

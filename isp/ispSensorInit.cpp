@@ -93,7 +93,7 @@ void PrintSensorInfo()
 int SensorInit(void)
 {
     // cppcheck-suppress memsetClassFloat ; all bits zero is 0.0 on every machine this runs on
-    memset(&gtSensorInfo, 0, sizeof gtSensorInfo);
+    memset(&gtSensorInfo, 0, sizeof(gtSensorInfo));
     uint8_t value = 0;
     int status = CXD3193AR_Get_CisType(&value);
     if (status < 0)

@@ -108,8 +108,8 @@ int Refuse(const char *message, const char *function, int line = __builtin_LINE(
 
 void FillScratch(uint8_t firstReg, int count)
 {
-    memset(gbRegAddr, 0, sizeof gbRegAddr);
-    memset(gbRegValue, 0, sizeof gbRegValue);
+    memset(gbRegAddr, 0, sizeof(gbRegAddr));
+    memset(gbRegValue, 0, sizeof(gbRegValue));
     for (int i = 0; i < count; ++i)
         gbRegAddr[i] = static_cast<uint8_t>(firstReg + i);
 }

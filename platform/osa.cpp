@@ -27,7 +27,7 @@ int OSA_mutexCreate(pthread_mutex_t *mutex)
     status |= pthread_mutex_init(mutex, &attributes);
     if (status != 0) {
         char message[48];
-        snprintf(message, sizeof message, "OSA_mutexCreate() = %d \r\n", status);
+        snprintf(message, sizeof(message), "OSA_mutexCreate() = %d \r\n", status);
         kel::ReportError("osa_mutex", message);
     }
     pthread_mutexattr_destroy(&attributes);

@@ -106,10 +106,10 @@ TEST_F(BoardIo, Clocks)
         std::string text;
     } stamps[] = {{GetTimeStamp, "20250307090503"}, {GetDateTime, "2025/03/07 09:05:03"}};
     for (const auto &s : stamps) {
-        memset(stamp, 'x', sizeof stamp);
+        memset(stamp, 'x', sizeof(stamp));
         EXPECT_EQ(s.call(stamp), 0);
         EXPECT_EQ(stamp, s.text);
-        EXPECT_EQ(std::string(stamp + s.text.size(), stamp + sizeof stamp),
+        EXPECT_EQ(std::string(stamp + s.text.size(), stamp + sizeof(stamp)),
                   std::string(KEL_STAMP_SIZE - s.text.size(), '\0') + "x");
     }
     setenv("TZ", "XYZ-2:30", 1); // local time, not UTC
@@ -146,7 +146,7 @@ TEST_F(BoardIo, RealTimeClockDriver)
 TEST_F(BoardIo, HexDumps)
 {
     uint8_t bytes[17];
-    for (unsigned i = 0; i < sizeof bytes; ++i)
+    for (unsigned i = 0; i < sizeof(bytes); ++i)
         bytes[i] = static_cast<uint8_t>(i * 15 + 0xA);
     const std::string row = "\n0A 19 28 37 46 55 64 73 82 91 A0 AF BE CD DC EB ";
     const std::pair<int, std::string> cases[] = {
@@ -312,7 +312,7 @@ TEST_F(BoardIo, ContiguousMemoryRequests)
         void *const buffer = CMEM_allocPool(0, 0, nullptr);
         const auto low = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(buffer));
         char text[16];
-        snprintf(text, sizeof text, "%x", low);
+        snprintf(text, sizeof(text), "%x", low);
         const CmemAllocParams *const params = fromHeap ? &heap : nullptr;
         const auto release = [&] { return CMEM_free(buffer, params); };
         board.cmemOut[3] = board.cmemOut[0x403] = {low, 0x2000};
@@ -349,7 +349,7 @@ TEST_F(BoardIo, ChipSupportHandles)
         opening.insert(node == cslNodes[0] ? opening.begin() : opening.end(), "open " + node);
         closing.insert(node == cslNodes[0] ? closing.end() : closing.begin(), "close " + node);
     }
-    memset(&gCSL_vpssHndl, 0xEE, sizeof gCSL_vpssHndl);
+    memset(&gCSL_vpssHndl, 0xEE, sizeof(gCSL_vpssHndl));
     EXPECT_EQ(CSL_sysInit(), 0);
     EXPECT_EQ(board.Take(), opening);
     for (int i = 0; i < 9; ++i)
@@ -407,7 +407,7 @@ TEST_F(BoardIo, ChipSupportRequests)
     const CSL_RegsHndl handle = {nullptr, board.Attach("/dev/csl2")};
     int data = 0;
     char pointer[32];
-    snprintf(pointer, sizeof pointer, "%p", static_cast<void *>(&data));
+    snprintf(pointer, sizeof(pointer), "%p", static_cast<void *>(&data));
     board.Take();
     board.Fail("csl2", 3, EINVAL, 1, -5);
     EXPECT_EQ(CSL_devRequest20(&handle, 0xABCD, &data), 0);
@@ -439,11 +439,11 @@ TEST_F(BoardIo, OsAbstraction)
     EXPECT_EQ(OSA_mutexDelete(&mutex), 0);
 
     char name[256] = "x", real[256] = "";
-    gethostname(real, sizeof real);
-    EXPECT_EQ(OSA_getHostName(name, sizeof name), 0);
+    gethostname(real, sizeof(real));
+    EXPECT_EQ(OSA_getHostName(name, sizeof(name)), 0);
     EXPECT_STREQ(name, real);
     board.Fail("gethostname", 1);
-    EXPECT_EQ(OSA_getHostName(name, sizeof name), -1);
+    EXPECT_EQ(OSA_getHostName(name, sizeof(name)), -1);
     EXPECT_STREQ(name, "");
     strcpy(name, "untouched");
     EXPECT_EQ(OSA_getHostName(name, 0), -1);

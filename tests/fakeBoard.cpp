@@ -57,7 +57,7 @@ namespace
     char text[600];
     va_list args;
     va_start(args, format);
-    vsnprintf(text, sizeof text, format, args);
+    vsnprintf(text, sizeof(text), format, args);
     va_end(args);
     return text;
 }
@@ -66,8 +66,9 @@ const char *const boardFolders[] = {"/mnt/nand", "/sysconf", "/defconf", "/proc/
 
 bool IsBoardFile(const std::string &path)
 {
-    return std::any_of(std::begin(boardFolders), std::end(boardFolders),
-                       [&](const char *folder) { return path.starts_with(folder); });
+    return std::any_of(
+        std::begin(boardFolders), std::end(boardFolders),
+        [&](const char *folder) { return path.starts_with(folder); });
 }
 
 bool IsDevice(const std::string &path)
@@ -157,7 +158,7 @@ int DeviceRequest(const std::string &path, unsigned long request, void *arg)
         uint32_t count;
     } record = {};
     const bool threeWords = request == 0xCC11;
-    memcpy(static_cast<void *>(&record), arg, threeWords ? sizeof record : 2 * sizeof(void *));
+    memcpy(static_cast<void *>(&record), arg, threeWords ? sizeof(record) : 2 * sizeof(void *));
     std::string line = Format("%s %lx %x %p", path.substr(5).c_str(), request, record.value, record.data);
     board.Call(threeWords ? line + Format(" %x", record.count) : line, &result);
     return result;
@@ -310,7 +311,7 @@ int __wrap_open(const char *path, int flags, ...)
         board.open[result] = path;
     return result;
 }
-int __wrap_open64(const char *, int, ...) __attribute__((alias("__wrap_open")));
+[[gnu::alias("__wrap_open")]] int __wrap_open64(const char *, int, ...);
 
 int __wrap_close(int fd)
 {
@@ -335,7 +336,7 @@ int __wrap_ioctl(int fd, unsigned long request, ...)
     request &= 0xFFFFFFFFUL;
     return IsDevice(path) ? DeviceRequest(path, request, arg) : __real_ioctl(fd, request, arg);
 }
-int __wrap___ioctl_time64(int, unsigned long, ...) __attribute__((alias("__wrap_ioctl")));
+[[gnu::alias("__wrap_ioctl")]] int __wrap___ioctl_time64(int, unsigned long, ...);
 
 int __wrap_fcntl(int fd, int command, ...)
 {
@@ -349,8 +350,8 @@ int __wrap_fcntl(int fd, int command, ...)
     Board().Call(command == F_GETFD ? "fcntl getfd" : Format("fcntl %d %ld", command, arg), &result);
     return result;
 }
-int __wrap_fcntl64(int, int, ...) __attribute__((alias("__wrap_fcntl")));
-int __wrap___fcntl_time64(int, int, ...) __attribute__((alias("__wrap_fcntl")));
+[[gnu::alias("__wrap_fcntl")]] int __wrap_fcntl64(int, int, ...);
+[[gnu::alias("__wrap_fcntl")]] int __wrap___fcntl_time64(int, int, ...);
 
 void *__wrap_mmap(void *address, size_t length, int protection, int flags, int fd, off_t offset)
 {
@@ -370,7 +371,7 @@ void *__wrap_mmap(void *address, size_t length, int protection, int flags, int f
     board.maps[map] = length;
     return map;
 }
-void *__wrap_mmap64(void *, size_t, int, int, int, off_t) __attribute__((alias("__wrap_mmap")));
+[[gnu::alias("__wrap_mmap")]] void *__wrap_mmap64(void *, size_t, int, int, int, off_t);
 
 int __wrap_munmap(void *address, size_t length)
 {
@@ -401,7 +402,7 @@ FILE *__wrap_fopen(const char *path, const char *mode)
         board.openFiles[file] = path;
     return file;
 }
-FILE *__wrap_fopen64(const char *, const char *) __attribute__((alias("__wrap_fopen")));
+[[gnu::alias("__wrap_fopen")]] FILE *__wrap_fopen64(const char *, const char *);
 
 int __wrap_fclose(FILE *file)
 {
@@ -421,8 +422,8 @@ int __wrap_stat(const char *path, struct stat *out)
 {
     return fstatat(AT_FDCWD, Board().RealPath(path).c_str(), out, 0);
 }
-int __wrap_stat64(const char *, struct stat *) __attribute__((alias("__wrap_stat")));
-int __wrap___stat64_time64(const char *, struct stat *) __attribute__((alias("__wrap_stat")));
+[[gnu::alias("__wrap_stat")]] int __wrap_stat64(const char *, struct stat *);
+[[gnu::alias("__wrap_stat")]] int __wrap___stat64_time64(const char *, struct stat *);
 
 // Calls that are recorded and otherwise carried out as the last argument says.
 #define RECORDED(type, name, parameters, line, otherwise)                                                    \
@@ -453,7 +454,7 @@ int __wrap_clock_gettime(clockid_t clock, struct timespec *out)
     }
     return result;
 }
-int __wrap___clock_gettime64(clockid_t, struct timespec *) __attribute__((alias("__wrap_clock_gettime")));
+[[gnu::alias("__wrap_clock_gettime")]] int __wrap___clock_gettime64(clockid_t, struct timespec *);
 
 time_t __wrap_time(time_t *out)
 {
@@ -463,7 +464,7 @@ time_t __wrap_time(time_t *out)
         *out = now;
     return now;
 }
-time_t __wrap___time64(time_t *) __attribute__((alias("__wrap_time")));
+[[gnu::alias("__wrap_time")]] time_t __wrap___time64(time_t *);
 
 int __wrap_gettimeofday(struct timeval *out, void *)
 {
@@ -476,7 +477,7 @@ int __wrap_gettimeofday(struct timeval *out, void *)
     }
     return result;
 }
-int __wrap___gettimeofday64(struct timeval *, void *) __attribute__((alias("__wrap_gettimeofday")));
+[[gnu::alias("__wrap_gettimeofday")]] int __wrap___gettimeofday64(struct timeval *, void *);
 
 int __wrap_clock_nanosleep(clockid_t, int flags, const struct timespec *span, struct timespec *)
 {
@@ -489,8 +490,8 @@ int __wrap_clock_nanosleep(clockid_t, int flags, const struct timespec *span, st
     board.nowNs += us * 1000;
     return 0;
 }
-int __wrap___clock_nanosleep_time64(clockid_t, int, const struct timespec *, struct timespec *)
-    __attribute__((alias("__wrap_clock_nanosleep")));
+[[gnu::alias("__wrap_clock_nanosleep")]] int
+__wrap___clock_nanosleep_time64(clockid_t, int, const struct timespec *, struct timespec *);
 
 void __wrap_openlog(const char *identity, int options, int facility)
 {
@@ -502,7 +503,7 @@ void __wrap_syslog(int priority, const char *format, ...)
     char text[512];
     va_list args;
     va_start(args, format);
-    vsnprintf(text, sizeof text, format, args);
+    vsnprintf(text, sizeof(text), format, args);
     va_end(args);
     Board().Call(Format("syslog %d %s", priority, text));
 }

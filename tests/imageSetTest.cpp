@@ -30,7 +30,7 @@ using Words = std::array<int32_t, 232>;
 Words AsWords(const ImgCfgStatus &record)
 {
     Words words;
-    memcpy(words.data(), &record, sizeof record);
+    memcpy(words.data(), &record, sizeof(record));
     return words;
 }
 
@@ -287,7 +287,7 @@ TEST_F(Applier, GeneratedSequences)
                              : word == 209     ? 50
                                                : static_cast<int32_t>(random() % 5);
         }
-        memcpy(&wanted, want.data(), sizeof wanted);
+        memcpy(&wanted, want.data(), sizeof(wanted));
         Capture([&] { ImageSet(&wanted); });
         std::istringstream in(Effects());
         std::string effect;

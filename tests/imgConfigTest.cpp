@@ -44,7 +44,7 @@ class Config : public BoardTest
     Words AsWords() const
     {
         Words out;
-        memcpy(out.data(), &record, sizeof record);
+        memcpy(out.data(), &record, sizeof(record));
         return out;
     }
     void WriteFile(const std::string &path, const std::string &text)
@@ -207,7 +207,7 @@ TEST_F(Config, PrintoutByteForByte)
     Words numbers;
     for (size_t i = 0; i < numbers.size(); ++i)
         numbers[i] = static_cast<int32_t>(i);
-    memcpy(&record, numbers.data(), sizeof record);
+    memcpy(&record, numbers.data(), sizeof(record));
     const std::string rule = "=======================================\n";
     std::string before =
         "SNR_TYPE:0\nLEN_TYPE:1\nICR_TYPE:2\n2A_AEC\t:195\n2A_AGC\t:196\n2A_AEL\t:198\n2A_AWB\t:197\n"

@@ -74,7 +74,7 @@ uint8_t FieldMask(const Row &row)
 std::string Hex(unsigned value)
 {
     char text[4];
-    snprintf(text, sizeof text, " %02x", value & 0xFF);
+    snprintf(text, sizeof(text), " %02x", value & 0xFF);
     return text;
 }
 
@@ -110,9 +110,9 @@ class Map : public BoardTest
     {
         AttachLink();
         memset(&gtSensorInfo, 0x11,
-               sizeof gtSensorInfo); // a sensor type without a clamp, marks in the mirrors
+               sizeof(gtSensorInfo)); // a sensor type without a clamp, marks in the mirrors
         gtSensorInfo.infoOut = 0;
-        memcpy(&infoBefore, &gtSensorInfo, sizeof infoBefore);
+        memcpy(&infoBefore, &gtSensorInfo, sizeof(infoBefore));
         for (unsigned i = 0; i < 256; ++i)
             board.regs[i] = i >= 0x20 && i <= 0x22 ? 0 : static_cast<uint8_t>(i * 37 + 5);
         before = board.regs;
@@ -123,7 +123,7 @@ class Map : public BoardTest
     void ExpectRest(const std::string &what)
     {
         EXPECT_EQ(board.regs, before) << what;
-        EXPECT_EQ(memcmp(&gtSensorInfo, &infoBefore, sizeof gtSensorInfo), 0) << what << ": record";
+        EXPECT_EQ(memcmp(&gtSensorInfo, &infoBefore, sizeof(gtSensorInfo)), 0) << what << ": record";
     }
 
     void SetMirror(const Row &row, uint8_t value)
@@ -142,7 +142,7 @@ class Map : public BoardTest
         for (size_t nth = 0; nth < transfers.size(); ++nth) {
             board.Fail(transfers[nth], 1);
             Capture([&] { EXPECT_EQ(access(), CXD3193AR_FAILED) << what << " transfer " << nth; });
-            EXPECT_EQ(memcmp(&out, &untouched, sizeof out), 0) << what << ": output after a failure";
+            EXPECT_EQ(memcmp(&out, &untouched, sizeof(out)), 0) << what << ": output after a failure";
             ExpectRest(what + " after a failure");
         }
         board.Take();

@@ -133,7 +133,7 @@ bool Started::AwaitOut(const std::string &text, int times) const
         waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT);
         char chunk[65536];
         output.clear();
-        output.read(chunk, sizeof chunk);
+        output.read(chunk, sizeof(chunk));
         if (output.gcount() > 0) {
             unseen.append(chunk, static_cast<size_t>(output.gcount()));
             seen += Count(unseen, text);

@@ -164,12 +164,12 @@ TEST_F(Sensor, InitialisationStoresThePresetOfTheType)
     board.regs[0x3B] = 0xA8;
     for (const int debug : {0, 1}) { // with it for the second type
         board.regs[0x0E] = static_cast<uint8_t>(0xF0 | expected[debug].cisType);
-        memset(&gtSensorInfo, 0xEE, sizeof gtSensorInfo);
+        memset(&gtSensorInfo, 0xEE, sizeof(gtSensorInfo));
         gfDebugFlag = debug;
         const Printed printed = Capture([] { EXPECT_EQ(SensorInit(), 0); });
         gfDebugFlag = 0;
         EXPECT_EQ(printed.out + printed.err, debug != 0 ? text : "");
-        EXPECT_EQ(memcmp(&gtSensorInfo, &expected[debug], sizeof gtSensorInfo), 0);
+        EXPECT_EQ(memcmp(&gtSensorInfo, &expected[debug], sizeof(gtSensorInfo)), 0);
         EXPECT_EQ(board.Take(),
                   Lines({"r 0e 1", "sleep 1000", "r 0c 1", "sleep 1000", "r cc 1", "sleep 1000", "r 3b 1",
                          "sleep 1000", "r 53 1", "sleep 1000", "r 53 1", "sleep 1000"}));
@@ -182,7 +182,7 @@ TEST_F(Sensor, InitialisationStoresThePresetOfTheType)
         EXPECT_EQ(Locate(printed.err), Message("SensorInit", "Sensor is not IMX076."));
         static SensorInfo rejected;
         rejected.cisType = type;
-        EXPECT_EQ(memcmp(&gtSensorInfo, &rejected, sizeof rejected), 0);
+        EXPECT_EQ(memcmp(&gtSensorInfo, &rejected, sizeof(rejected)), 0);
     }
 }
 

@@ -22,7 +22,7 @@ namespace
 
 using Bytes = std::vector<uint8_t>;
 
-// ---- inside the simulation
+// ---- Inside the simulation
 
 class OnBoard : public testing::Test
 {
@@ -167,7 +167,7 @@ TEST_F(OnBoard, PausesAreNeverShorterThanAsked)
     EXPECT_GE(time(nullptr) - wall, 4);
 }
 
-// ---- from outside
+// ---- From outside
 
 TEST(Board, ServesPrograms)
 {

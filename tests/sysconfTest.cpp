@@ -55,7 +55,7 @@ extern "C" int __wrap_fstat(int fd, struct stat *out)
     const bool recorded = Board().openFiles.size() == 2;
     return recorded && Board().Call("fstat") ? -1 : fstatat(fd, "", out, AT_EMPTY_PATH);
 }
-extern "C" int __wrap___fstat64_time64(int, struct stat *) __attribute__((alias("__wrap_fstat")));
+extern "C" [[gnu::alias("__wrap_fstat")]] int __wrap___fstat64_time64(int, struct stat *);
 
 namespace
 {

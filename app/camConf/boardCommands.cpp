@@ -71,10 +71,9 @@ int ParseStrictly(char *options, ImgCfgStatus *record)
 /// it would write it to the file, and the gains, which follow from the white balance's mode.
 void ForgetApplied(const ImgCfgStatus &wanted)
 {
-    for (const kel::ConfKey &key : kel::kConfKeys) {
+    for (const kel::ConfKey &key : kel::kConfKeys)
         if (key.field != nullptr)
             gtImgCfgStatus.*key.field = ~(wanted.*key.field);
-    }
     gtImgCfgStatus.dnLs = wanted.dnLs;
     gtImgCfgStatus.wbR = 0;
     gtImgCfgStatus.wbB = 0;
@@ -164,12 +163,12 @@ Event TakeEvents(const WatchedFile &file)
     alignas(inotify_event) char buffer[4096];
     Event result = Event::None;
     for (;;) {
-        const ssize_t size = read(file.fd, buffer, sizeof buffer);
+        const ssize_t size = read(file.fd, buffer, sizeof(buffer));
         if (size <= 0)
             return result;
         for (ssize_t at = 0; at < size;) {
             const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
-            at += static_cast<ssize_t>(sizeof *event + event->len);
+            at += static_cast<ssize_t>(sizeof(*event) + event->len);
             if ((event->mask & (IN_IGNORED | IN_UNMOUNT)) != 0)
                 return Event::Lost;
             if ((event->mask & IN_Q_OVERFLOW) != 0 || (event->len > 0 && strcmp(event->name, file.name) == 0))
@@ -202,7 +201,7 @@ void ApplyChanges(const WatchedFile &file, ImgCfgStatus *last)
     ImgCfgStatus now;
     if (LoadGiven(file.path, &now) != kOk)
         return; // what was applied stays, until the file can be read again
-    if (memcmp(&now, last, sizeof now) == 0)
+    if (memcmp(&now, last, sizeof(now)) == 0)
         return;
     PrintDifferences(WithoutGainsNotGiven(*last, now), WithoutGainsNotGiven(now, *last));
     // The gains and the wish to save them count when they change in the file: 2A_WB_SAVE=1 stays there after

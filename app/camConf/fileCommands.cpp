@@ -41,10 +41,9 @@ void PrintWindowAsJson(const ImgCfgStatus &record)
 void PrintAsJson(const ImgCfgStatus &record)
 {
     puts("{");
-    for (const ConfKey &key : kConfKeys) {
+    for (const ConfKey &key : kConfKeys)
         if (key.field != nullptr)
             printf("  \"%s\": %d,\n", key.name, record.*key.field);
-    }
     for (const ConfKey &key : kFieldsWithoutKey)
         printf("  \"%s\": %d,\n", key.name, record.*key.field);
     PrintWindowAsJson(record);

@@ -128,10 +128,9 @@ int Run(int argc, char **argv)
         puts("camConf " CAMSTAT_VERSION);
         return camConf::kOk;
     }
-    for (const Command &command : kCommands) {
+    for (const Command &command : kCommands)
         if (strcmp(argv[1], command.name) == 0)
             return RunCommand(command, argc - 2, argv + 2);
-    }
     fprintf(stderr, "camConf: unknown command %s\n", argv[1]);
     PrintHelp(stderr);
     return camConf::kFailed;
@@ -150,7 +149,7 @@ int main(int argc, char **argv)
     static char outputBuffer[1024];
     camStat::HoldStandardDescriptors();
     // Line by line, so that the output stays in order with standard error's, also in a file.
-    setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
+    setvbuf(stdout, outputBuffer, _IOLBF, sizeof(outputBuffer));
     const int status = Run(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return camConf::Fail("standard output");

@@ -31,7 +31,7 @@ constexpr char kCaptureKernelLog[] = "dmesg | grep i2c_davinci > /mnt/nand/dmesg
 constexpr size_t kSummarySize = 256;
 constexpr size_t kPathSize = 64;
 
-static_assert(sizeof kCaptureKernelLog + 14 <= kPathSize); // 14 digits of the stamp
+static_assert(sizeof(kCaptureKernelLog) + 14 <= kPathSize); // 14 digits of the stamp
 
 // While the test runs, the exposure values switch between these two whenever more than this time has passed.
 // Nothing applies them to the camera during the test.
@@ -88,7 +88,7 @@ void SwitchExposureValues(Run &run)
 
 void PrintSummary(Run &run)
 {
-    snprintf(run.summary, sizeof run.summary - 1,
+    snprintf(run.summary, sizeof(run.summary) - 1,
              "I2C Error Counts = %d\nI2C Read Error Counts = %d\n[%s][%s][%d]:\n", giI2cErrCount,
              giI2cReadErrCount, run.start, run.now, run.iteration);
     fputs(run.summary, stdout);
@@ -117,7 +117,7 @@ void Loop(Run &run)
 bool SaveResult(const Run &run, const char *stamp)
 {
     char path[kPathSize];
-    snprintf(path, sizeof path, "%s%s", kResultPrefix, stamp);
+    snprintf(path, sizeof(path), "%s%s", kResultPrefix, stamp);
     FILE *result = fopen(path, "w+");
     if (result == nullptr) {
         fprintf(stderr, "fopen %s failed!\n", path);
@@ -132,7 +132,7 @@ bool SaveResult(const Run &run, const char *stamp)
 void CaptureKernelLog(const char *stamp)
 {
     char command[kPathSize];
-    snprintf(command, sizeof command, "%s%s", kCaptureKernelLog, stamp);
+    snprintf(command, sizeof(command), "%s%s", kCaptureKernelLog, stamp);
     RunShell(command);
 }
 

@@ -78,7 +78,7 @@ void PerformAction()
 int main(int argc, char **argv)
 {
     camStat::HoldStandardDescriptors();
-    setvbuf(stdout, gOutputBuffer, _IOLBF, sizeof gOutputBuffer);
+    setvbuf(stdout, gOutputBuffer, _IOLBF, sizeof(gOutputBuffer));
     switch (camStat::ParseOptions(argc, argv)) {
     case camStat::Parsed::usage:
         Usage();

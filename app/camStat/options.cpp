@@ -208,8 +208,8 @@ void SigHandler(int signalNumber)
         static constexpr char kInt[] = "[camStat] INFO: SIGINT!\n";
         static constexpr char kTerm[] = "[camStat] INFO: SIGTERM!\n";
         const int interruptedErrno = errno;
-        const ssize_t written = signalNumber == SIGINT ? write(STDOUT_FILENO, kInt, sizeof kInt - 1)
-                                                       : write(STDOUT_FILENO, kTerm, sizeof kTerm - 1);
+        const ssize_t written = signalNumber == SIGINT ? write(STDOUT_FILENO, kInt, sizeof(kInt) - 1)
+                                                       : write(STDOUT_FILENO, kTerm, sizeof(kTerm) - 1);
         static_cast<void>(written);
         errno = interruptedErrno;
     }

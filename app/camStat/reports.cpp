@@ -32,7 +32,7 @@ void PrintExposure(const char *format, double timeUs)
     printf(format, timeUs, Reciprocal(timeUs));
 }
 
-// ---- Live readouts ----
+// ---- Live readouts
 
 void PrintCode(const char *format, double value)
 {
@@ -83,7 +83,7 @@ constexpr Readout kReadouts[] = {
     {AsDouble<InfoRawAvg>, PrintRawAverage, "Raw Average\t:\t%d (%.2f %% of 4096)\n", "InfoRawAvg"},
 };
 
-// ---- Automatic exposure and white balance ----
+// ---- Automatic exposure and white balance
 
 /// A line that shows a register field as it stands.
 struct FieldLine {

@@ -71,11 +71,9 @@ constexpr int kNoGroup = -1;
 
 int GroupOf(uint8_t reg)
 {
-    for (int group = 0; group < kReflectGroups; ++group) {
-        if (reg >= kGroupFirst[group] && reg < kGroupFirst[group + 1]) {
+    for (int group = 0; group < kReflectGroups; ++group)
+        if (reg >= kGroupFirst[group] && reg < kGroupFirst[group + 1])
             return group;
-        }
-    }
     return kNoGroup;
 }
 
@@ -118,15 +116,12 @@ LightColour ColourOf(double kelvin)
 {
     const LightColour *row = kLightColours;
     const LightColour *last = kLightColours + sizeof(kLightColours) / sizeof(kLightColours[0]) - 1;
-    if (kelvin <= row->kelvin) {
+    if (kelvin <= row->kelvin)
         return *row;
-    }
-    while (row < last && kelvin > row[1].kelvin) {
+    while (row < last && kelvin > row[1].kelvin)
         ++row;
-    }
-    if (row == last) {
+    if (row == last)
         return *last;
-    }
     const double part = (kelvin - row->kelvin) / (row[1].kelvin - row->kelvin);
     return {kelvin, row->red + part * (row[1].red - row->red), row->blue + part * (row[1].blue - row->blue)};
 }
@@ -198,9 +193,8 @@ double Collected(const Setting &setting)
 uint32_t CeilingLines(const BoardState &state, const Timing &timing)
 {
     const uint32_t manual = ManualLines(state);
-    if ((AutoLongExp(state) || AeMaxExp(state)) && manual > 0) {
+    if ((AutoLongExp(state) || AeMaxExp(state)) && manual > 0)
         return manual;
-    }
     return timing.lines + 1; // a frame, just long enough for whole half-waves of 60 Hz lamps
 }
 
@@ -213,13 +207,11 @@ bool HasFixedShutter(const BoardState &state)
 double WithoutFlicker(const BoardState &state, double us)
 {
     const uint8_t mode = state.registers[0x30] & 0x07;
-    if (mode != 4 && mode != 6) {
+    if (mode != 4 && mode != 6)
         return us;
-    }
     const double halfWaveUs = mode == 6 ? 1000000.0 / 100.0 : 1000000.0 / 120.0;
-    if (us < halfWaveUs) {
+    if (us < halfWaveUs)
         return us;
-    }
     return static_cast<uint32_t>(us / halfWaveUs + 0.001) * halfWaveUs;
 }
 
@@ -291,11 +283,10 @@ void ShowDayNight(BoardState &state, double gain)
 {
     uint8_t &status = state.registers[0x10];
     const uint32_t code = GainCode(gain);
-    if (!IsSet(state, 0x53, 1) || code <= state.registers[0x5E]) {
+    if (!IsSet(state, 0x53, 1) || code <= state.registers[0x5E])
         status &= 0x7F;
-    } else if (code >= state.registers[0x5D]) {
+    else if (code >= state.registers[0x5D])
         status |= 0x80;
-    }
 }
 
 void ShowReadouts(BoardState &state, const Timing &timing)
@@ -319,13 +310,11 @@ void UpdateReflect(BoardState &state, uint64_t nowNs)
     uint32_t bits = 0;
     for (int group = 0; group < kReflectGroups; ++group) {
         const uint64_t until = state.reflectUntilNs[group];
-        if (until > nowNs && until - nowNs < kLongestBusyNs) {
+        if (until > nowNs && until - nowNs < kLongestBusyNs)
             bits |= 1U << (kFirstGroupBit + group);
-        }
     }
-    for (int reg = kReflectFirst; reg <= kReflectLast; ++reg, bits >>= 8) {
+    for (int reg = kReflectFirst; reg <= kReflectLast; ++reg, bits >>= 8)
         state.registers[reg] = static_cast<uint8_t>(bits);
-    }
 }
 
 } // namespace
@@ -333,9 +322,8 @@ void UpdateReflect(BoardState &state, uint64_t nowNs)
 void PowerOnCamera(BoardState &state)
 {
     memset(state.registers, 0, sizeof(state.registers));
-    for (const RegisterValue &row : kPowerOn) {
+    for (const RegisterValue &row : kPowerOn)
         state.registers[row.reg] = row.value;
-    }
     memcpy(state.registers + kGammaFirst, kPowerOnGamma, sizeof(kPowerOnGamma));
     state.registers[0x0E] = static_cast<uint8_t>(state.scene.sensorType);
     memset(state.reflectUntilNs, 0, sizeof(state.reflectUntilNs));
@@ -368,19 +356,16 @@ void UpdateCamera(BoardState &state, uint64_t nowNs, double speed)
     constexpr double kEnoughFrames = 500.0;
     Live &live = state.live;
     const Timing timing = TimingOf(state);
-    if (nowNs < live.seenNs) {
+    if (nowNs < live.seenNs)
         live.seenNs = nowNs; // the host has restarted since
-    }
     live.frames += static_cast<double>(nowNs - live.seenNs) * speed / 1000.0 / timing.frameUs;
     live.frames = live.frames > kEnoughFrames ? kEnoughFrames : live.frames;
     live.seenNs = nowNs;
     for (; live.frames >= 1.0; live.frames -= 1.0) {
-        if (AeSwitch(state) && !AeHold(state)) {
+        if (AeSwitch(state) && !AeHold(state))
             StepExposure(state, timing);
-        }
-        if (!IsSet(state, 0x3C, 0)) {
+        if (!IsSet(state, 0x3C, 0))
             StepWhiteBalance(state);
-        }
     }
     ShowReadouts(state, timing);
     UpdateReflect(state, nowNs);
@@ -389,17 +374,15 @@ void UpdateCamera(BoardState &state, uint64_t nowNs, double speed)
 uint8_t ReadRegister(const BoardState &state, uint8_t reg)
 {
     const bool outputSelected = (state.registers[0xCC] & 0x07) != 0;
-    if (reg >= kReadoutsFirst && reg <= kReadoutsLast && outputSelected) {
+    if (reg >= kReadoutsFirst && reg <= kReadoutsLast && outputSelected)
         return 0xFF; // the information output is switched elsewhere: the readouts hold nothing of use
-    }
     return state.registers[reg];
 }
 
 void WriteRegister(BoardState &state, uint8_t reg, uint8_t value, uint32_t busyUs, double speed)
 {
-    if (reg >= kReadoutsFirst && reg <= kReflectLast) {
+    if (reg >= kReadoutsFirst && reg <= kReflectLast)
         return;
-    }
     state.registers[reg] = value;
     if (reg == 0x35 || reg == 0x36) {
         const bool isLimit = AeMaxExp(state) || AutoLongExp(state) || AeExpHold(state);
@@ -422,9 +405,8 @@ void DrivePin(BoardState &state, uint32_t pin, uint8_t level)
 {
     const bool wasHeld = IsHeldInReset(state);
     state.pins[pin] = level;
-    if (wasHeld && !IsHeldInReset(state)) {
+    if (wasHeld && !IsHeldInReset(state))
         PowerOnCamera(state);
-    }
 }
 
 bool IsHeldInReset(const BoardState &state)

@@ -55,12 +55,10 @@ bool WriteAll(int fd, const char *bytes, size_t count)
 {
     while (count > 0) {
         const long written = OrErrno(syscall(SYS_write, fd, bytes, count));
-        if (written == -EINTR || written == -EAGAIN) {
+        if (written == -EINTR || written == -EAGAIN)
             continue;
-        }
-        if (written <= 0) {
+        if (written <= 0)
             return false;
-        }
         bytes += written;
         count -= static_cast<size_t>(written);
     }
@@ -70,9 +68,8 @@ bool WriteAll(int fd, const char *bytes, size_t count)
 long Read(int fd, void *dest, size_t count)
 {
     long got = -EINTR;
-    while (got == -EINTR) {
+    while (got == -EINTR)
         got = OrErrno(syscall(SYS_read, fd, dest, count));
-    }
     return got;
 }
 

@@ -44,11 +44,9 @@ constexpr NamedUnit kUnits[] = {
 
 constexpr Unit UnitOf(const char *name)
 {
-    for (const NamedUnit &named : kUnits) {
-        if (Same(named.name, name)) {
+    for (const NamedUnit &named : kUnits)
+        if (Same(named.name, name))
             return named.unit;
-        }
-    }
     return Unit::Plain;
 }
 
@@ -74,13 +72,12 @@ const char *OnOff(uint32_t value)
 void DescribeLines(uint32_t lines, char *text, size_t size)
 {
     const double us = lines * kLineUs - kOffsetUs;
-    if (us <= 0.0) {
+    if (us <= 0.0)
         snprintf(text, size, "no exposure");
-    } else if (us < 1000000.0 / 1.5) {
+    else if (us < 1000000.0 / 1.5)
         snprintf(text, size, "%.2f us, 1/%u s", us, RoundNear(1000000.0 / us));
-    } else {
+    else
         snprintf(text, size, "%.2f us, %.1f s", us, us / 1000000.0);
-    }
 }
 
 // 2^(exponent) for the octaves of the gain codes.
@@ -102,28 +99,24 @@ const Field *FieldsEnd()
 
 const Field *FindField(const char *name)
 {
-    for (const Field &field : kFields) {
-        if (strcasecmp(field.name, name) == 0) {
+    for (const Field &field : kFields)
+        if (strcasecmp(field.name, name) == 0)
             return &field;
-        }
-    }
     return nullptr;
 }
 
 uint32_t FieldValue(const Field &field, const uint8_t *registers)
 {
     uint32_t value = registers[field.reg];
-    if (field.registers == 2) {
+    if (field.registers == 2)
         value |= static_cast<uint32_t>(registers[field.reg + 1]) << 8;
-    }
     return (value >> field.low) & ((2U << (field.high - field.low)) - 1U);
 }
 
 double AnalogGainOfCode(uint32_t code)
 {
-    if (code >= 192) {
+    if (code >= 192)
         return code == 192 ? 7.953 : 0.0; // the table ends one step short of 8; higher codes mean nothing
-    }
     return Octave(code / 64) * 128.0 / (128.0 - code % 64);
 }
 
@@ -135,9 +128,8 @@ double WhiteGainOfCode(uint32_t code)
 uint8_t WhiteCodeOfGain(double gain)
 {
     uint32_t code = 255;
-    while (code > 0 && WhiteGainOfCode(code) > gain + 1e-9) {
+    while (code > 0 && WhiteGainOfCode(code) > gain + 1e-9)
         --code;
-    }
     return static_cast<uint8_t>(code);
 }
 
@@ -146,12 +138,10 @@ double EvFactor(uint32_t code)
     constexpr double kFifth = 1.148698354997035;   // 2^(1/5)
     constexpr double kQuarter = 1.189207115002721; // 2^(1/4)
     double factor = 1.0;
-    for (uint32_t step = 16; step < code && step < 26; ++step) {
+    for (uint32_t step = 16; step < code && step < 26; ++step)
         factor *= kFifth;
-    }
-    for (uint32_t step = 16; step > code && step > 6; --step) {
+    for (uint32_t step = 16; step > code && step > 6; --step)
         factor /= kQuarter;
-    }
     return factor;
 }
 
@@ -181,18 +171,16 @@ void DescribeValue(const Field &field, uint32_t value, char *text, size_t size)
         DescribeLines(value, text, size);
         break;
     case Unit::Frames:
-        if (value > 0) {
+        if (value > 0)
             snprintf(text, size, "%u further frame%s", value, value == 1 ? "" : "s");
-        } else {
+        else
             snprintf(text, size, "no long exposure");
-        }
         break;
     case Unit::AnalogGain:
-        if (value > 192) {
+        if (value > 192)
             snprintf(text, size, "beyond the gain table");
-        } else {
+        else
             snprintf(text, size, "gain %.3f", AnalogGainOfCode(value));
-        }
         break;
     case Unit::DigitalGain:
         snprintf(text, size, "gain %.3f", value / 8.0);
@@ -201,16 +189,14 @@ void DescribeValue(const Field &field, uint32_t value, char *text, size_t size)
         snprintf(text, size, "gain %.3f", WhiteGainOfCode(value));
         break;
     case Unit::Ev:
-        if (value < 6 || value > 26) {
+        if (value < 6 || value > 26)
             snprintf(text, size, "outside 6 to 26");
-        } else {
+        else
             snprintf(text, size, "%+.2f EV", (static_cast<int>(value) - 16) * (value < 16 ? 0.25 : 0.2));
-        }
         break;
     case Unit::LiveAnalogGain:
-        if (value > 0) {
+        if (value > 0)
             snprintf(text, size, "gain %.3f", 4096.0 / value);
-        }
         break;
     case Unit::LiveDigitalGain:
         snprintf(text, size, "gain %.3f", value / 32.0);

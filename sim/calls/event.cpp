@@ -23,9 +23,8 @@ long Fail(Event &event, int error)
 
 long Finish(Event &event)
 {
-    if (IsTracing()) {
+    if (IsTracing())
         TraceEvent(event, BoardNs());
-    }
     errno = event.result < 0 ? event.error : event.callersErrno;
     return event.result;
 }

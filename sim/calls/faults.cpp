@@ -21,19 +21,16 @@ bool IsInRules(Call call)
 {
     const BoardState *state = gBoard.state;
     uint64_t calls = 0;
-    for (uint32_t i = 0; state != nullptr && i < state->faultCount && i < kFaultRules; ++i) {
+    for (uint32_t i = 0; state != nullptr && i < state->faultCount && i < kFaultRules; ++i)
         calls |= state->faults[i].used != 0 ? state->faults[i].calls : 0;
-    }
     return (calls & BitOf(call)) != 0;
 }
 
 bool HasTarget(const FaultRule &rule, const Event &event)
 {
-    for (uint32_t i = 0; i < event.targetCount; ++i) {
-        if (event.targets[i] == rule.target) {
+    for (uint32_t i = 0; i < event.targetCount; ++i)
+        if (event.targets[i] == rule.target)
             return true;
-        }
-    }
     return rule.target == kAnyTarget;
 }
 
@@ -62,15 +59,12 @@ uint32_t NextRandom(uint64_t *state)
 bool Fires(FaultRule &rule)
 {
     ++rule.seen;
-    if (rule.chance != 0 && NextRandom(&rule.random) >= rule.chance) {
+    if (rule.chance != 0 && NextRandom(&rule.random) >= rule.chance)
         return false;
-    }
-    if (rule.times != 0 && rule.hits >= rule.times) {
+    if (rule.times != 0 && rule.hits >= rule.times)
         return false;
-    }
-    if (rule.seen <= rule.after) {
+    if (rule.seen <= rule.after)
         return false;
-    }
     const uint64_t number = rule.seen - rule.after;
     return (rule.nth == 0 || number == rule.nth) && (rule.every == 0 || number % rule.every == 0);
 }
@@ -100,15 +94,15 @@ bool HasRules()
 
 const FaultRule *PickRule(Event &event, Effect effect)
 {
-    return IsInRules(event.call) ? Decide(event, [effect](Effect other) { return other == effect; })
+    return IsInRules(event.call) ? Decide(
+                                       event, [effect](Effect other) { return other == effect; })
                                  : nullptr;
 }
 
 bool InjectFault(Event &event)
 {
-    if (!IsInRules(event.call)) {
+    if (!IsInRules(event.call))
         return false;
-    }
     uint32_t delayUs = 0;
     bool fails = false;
     {
@@ -122,36 +116,32 @@ bool InjectFault(Event &event)
             Fail(event, static_cast<int>(rule->error));
         }
     }
-    if (delayUs > 0) {
+    if (delayUs > 0)
         host::SleepNs(static_cast<uint64_t>(delayUs * 1000.0 / gBoard.speed));
-    }
     return fails;
 }
 
 bool InjectFlashFault(Event &event, bool changes)
 {
-    if (!IsInRules(Call::Flash)) {
+    if (!IsInRules(Call::Flash))
         return false;
-    }
     const BoardLock lock;
     const Call call = event.call;
     event.call = Call::Flash;
-    if (PickRule(event, Effect::MissingFlash) != nullptr) {
+    if (PickRule(event, Effect::MissingFlash) != nullptr)
         Fail(event, ENOENT);
-    } else if (changes && PickRule(event, Effect::ReadOnlyFlash) != nullptr) {
+    else if (changes && PickRule(event, Effect::ReadOnlyFlash) != nullptr)
         Fail(event, EROFS);
-    } else if (const FaultRule *rule = PickRule(event, Effect::Fail)) {
+    else if (const FaultRule *rule = PickRule(event, Effect::Fail))
         Fail(event, static_cast<int>(rule->error));
-    }
     event.call = call;
     return event.result < 0;
 }
 
 bool IsFlashFull(Event &event)
 {
-    if (!IsInRules(Call::Flash)) {
+    if (!IsInRules(Call::Flash))
         return false;
-    }
     const BoardLock lock;
     const Call call = event.call;
     event.call = Call::Flash;

@@ -41,21 +41,17 @@ constexpr const char *kPlainDevices[] = {
 template <size_t count>
 bool IsBelowAny(const char *path, const char *const (&folders)[count])
 {
-    for (const char *folder : folders) {
-        if (IsBelow(path, folder)) {
+    for (const char *folder : folders)
+        if (IsBelow(path, folder))
             return true;
-        }
-    }
     return false;
 }
 
 NodeKind DeviceAt(const char *path)
 {
-    for (const NodePath &device : kDevices) {
-        if (strcmp(path, device.path) == 0) {
+    for (const NodePath &device : kDevices)
+        if (strcmp(path, device.path) == 0)
             return device.kind;
-        }
-    }
     const bool isCsl =
         strncmp(path, "/dev/csl", 8) == 0 && path[8] >= '1' && path[8] <= '9' && path[9] == '\0';
     return isCsl ? NodeKind::Csl : NodeKind::None;
@@ -73,9 +69,8 @@ void FindPlace(const char *path, Place *place)
 {
     place->kind = NodeKind::None;
     place->exists = true;
-    if (path == nullptr) {
+    if (path == nullptr)
         return;
-    }
     if (strncmp(path, "/dev/", 5) == 0 && !IsBelowAny(path, kPlainDevices)) {
         place->kind = DeviceAt(path);
         place->exists = place->kind != NodeKind::None && gBoard.state != nullptr;
@@ -96,9 +91,8 @@ Node *NodeOf(int fd)
 
 bool KeepNode(int fd, NodeKind kind, const char *path)
 {
-    if (fd < 0 || fd >= kDescriptors) {
+    if (fd < 0 || fd >= kDescriptors)
         return false;
-    }
     Node &node = gNodes[fd];
     node.kind = kind;
     node.slave = 0;
@@ -109,9 +103,8 @@ bool KeepNode(int fd, NodeKind kind, const char *path)
 
 void ForgetNode(int fd)
 {
-    if (fd >= 0 && fd < kDescriptors) {
+    if (fd >= 0 && fd < kDescriptors)
         gNodes[fd].kind = NodeKind::None;
-    }
 }
 
 bool KeepMapping(const Mapping &mapping)
@@ -127,11 +120,9 @@ bool KeepMapping(const Mapping &mapping)
 
 Mapping *MappingAt(uintptr_t address)
 {
-    for (Mapping &entry : gMappings) {
-        if (entry.address != 0 && address >= entry.address && address - entry.address < entry.length) {
+    for (Mapping &entry : gMappings)
+        if (entry.address != 0 && address >= entry.address && address - entry.address < entry.length)
             return &entry;
-        }
-    }
     return nullptr;
 }
 

@@ -58,9 +58,8 @@ void ApplyReflectFaults(Event &event, BoardState &state)
 {
     const Call call = event.call;
     event.call = Call::Reflect;
-    if (PickRule(event, Effect::Stuck) != nullptr) {
+    if (PickRule(event, Effect::Stuck) != nullptr)
         state.registers[kReflectLast] |= 0x01;
-    }
     event.call = call;
 }
 
@@ -75,11 +74,9 @@ uint32_t BusyUs(Event &event, const BoardState &state)
 
 bool TouchesReflect(const Event &event)
 {
-    for (uint32_t i = 0; i < event.targetCount; ++i) {
-        if (event.targets[i] >= kReflectFirst && event.targets[i] <= kReflectLast) {
+    for (uint32_t i = 0; i < event.targetCount; ++i)
+        if (event.targets[i] >= kReflectFirst && event.targets[i] <= kReflectLast)
             return true;
-        }
-    }
     return false;
 }
 
@@ -132,9 +129,8 @@ void Move(Event &event, const Node &node, const Transfer &transfer, bool isBlock
         WriteRegisters(event, state, transfer);
         return;
     }
-    if (TouchesReflect(event)) {
+    if (TouchesReflect(event))
         ApplyReflectFaults(event, state);
-    }
     ReadRegisters(event, state, transfer, isBlock);
 }
 
@@ -142,9 +138,8 @@ void ServeTransfer(Event &event, Node &node, unsigned long request, void *argume
 {
     Transfer transfer = {};
     const bool isBlock = request == kI2cReadBlock;
-    if (argument != nullptr) {
+    if (argument != nullptr)
         memcpy(&transfer, argument, sizeof(transfer));
-    }
     const bool isComplete =
         transfer.count == 0 || (transfer.regAddr != nullptr && transfer.regValue != nullptr);
     event.call = request == kI2cWrite ? Call::I2cWrite : Call::I2cRead;
@@ -177,9 +172,8 @@ void ServeI2c(Event &event, Node &node, unsigned long request, void *argument)
         event.call = Call::I2cSelect;
         event.request = "select";
         event.slave = static_cast<uint8_t>(reinterpret_cast<uintptr_t>(argument));
-        if (!InjectFault(event)) {
+        if (!InjectFault(event))
             node.slave = event.slave;
-        }
         break;
     case kI2cRead:
     case kI2cWrite:

@@ -79,9 +79,8 @@ void ServeGio(Event &event, unsigned long request, void *argument)
     event.words[0] = pinLevel.pin;
     event.words[1] = pinLevel.level;
     event.wordCount = 2;
-    if (!InjectFault(event)) {
+    if (!InjectFault(event))
         ServePin(event, pinLevel);
-    }
     event.targets = nullptr;
     event.targetCount = 0;
 }
@@ -95,9 +94,8 @@ void ServeCsl(Event &event, unsigned long request)
 {
     const bool isKnown = request == 0xCC14 || request == 0xCC11;
     event.request = request == 0xCC14 ? "request 20" : request == 0xCC11 ? "request 17" : "unknown request";
-    if (!InjectFault(event) && !isKnown) {
+    if (!InjectFault(event) && !isKnown)
         Fail(event, ENOTTY);
-    }
 }
 
 } // namespace

@@ -46,32 +46,26 @@ uint32_t BlockBase(uint32_t block)
 
 CmemBuffer *BufferAt(BoardState &state, uint32_t phys)
 {
-    for (CmemBuffer &buffer : state.cmem) {
-        if (buffer.size != 0 && buffer.phys == phys) {
+    for (CmemBuffer &buffer : state.cmem)
+        if (buffer.size != 0 && buffer.phys == phys)
             return &buffer;
-        }
-    }
     return nullptr;
 }
 
 bool IsFree(const BoardState &state, uint32_t base, uint32_t size)
 {
-    for (const CmemBuffer &buffer : state.cmem) {
-        if (buffer.size != 0 && base < buffer.phys + buffer.size && buffer.phys < base + size) {
+    for (const CmemBuffer &buffer : state.cmem)
+        if (buffer.size != 0 && base < buffer.phys + buffer.size && buffer.phys < base + size)
             return false;
-        }
-    }
     return true;
 }
 
 // Programs that ended without closing the device leave their buffers behind.
 void DropDeadOwners(BoardState &state)
 {
-    for (CmemBuffer &buffer : state.cmem) {
-        if (buffer.size != 0 && !host::IsAlive(buffer.owner)) {
+    for (CmemBuffer &buffer : state.cmem)
+        if (buffer.size != 0 && !host::IsAlive(buffer.owner))
             buffer.size = 0;
-        }
-    }
 }
 
 bool TakeBuffer(BoardState &state, uint32_t phys, uint32_t size)
@@ -91,9 +85,8 @@ void AllocatePool(Event &event, BoardState &state)
     uint32_t wantedPool = event.words[0];
     DropDeadOwners(state);
     for (const CmemPool &pool : kCmemPools) {
-        if (pool.block != event.words[1] || wantedPool-- != 0) {
+        if (pool.block != event.words[1] || wantedPool-- != 0)
             continue;
-        }
         for (uint32_t i = 0; i < pool.buffers; ++i) {
             const uint32_t phys = pool.base + i * pool.bufferSize;
             if (IsFree(state, phys, pool.bufferSize) && TakeBuffer(state, phys, pool.bufferSize)) {
@@ -146,9 +139,8 @@ void FreeBuffer(Event &event, CmemBuffer *buffer)
         return;
     }
     event.words[1] = buffer->size;
-    if (--buffer->users == 0) {
+    if (--buffer->users == 0)
         buffer->size = 0;
-    }
 }
 
 // words: size, block -> pool. The smallest pool whose buffers fit.
@@ -158,9 +150,8 @@ void FindPool(Event &event)
     uint32_t bestSize = UINT32_MAX;
     uint32_t best = 0;
     for (const CmemPool &pool : kCmemPools) {
-        if (pool.block != event.words[1]) {
+        if (pool.block != event.words[1])
             continue;
-        }
         if (pool.bufferSize >= event.words[0] && pool.bufferSize < bestSize) {
             bestSize = pool.bufferSize;
             best = number;
@@ -168,9 +159,8 @@ void FindPool(Event &event)
         ++number;
     }
     event.words[0] = best;
-    if (bestSize == UINT32_MAX) {
+    if (bestSize == UINT32_MAX)
         Fail(event, EINVAL);
-    }
 }
 
 struct CmemRequest {
@@ -199,11 +189,9 @@ constexpr CmemRequest kCmemRequests[] = {
 
 const CmemRequest *FindCmemRequest(unsigned long request)
 {
-    for (const CmemRequest &row : kCmemRequests) {
-        if ((request & row.mask) == row.code) {
+    for (const CmemRequest &row : kCmemRequests)
+        if ((request & row.mask) == row.code)
             return &row;
-        }
-    }
     return nullptr;
 }
 
@@ -234,18 +222,16 @@ void AnswerCmem(Event &event, const CmemRequest &row)
         const Mapping *mapping = MappingAt(words[0]);
         words[0] =
             mapping != nullptr ? static_cast<uint32_t>(mapping->phys + (words[0] - mapping->address)) : 0;
-        if (mapping == nullptr) {
+        if (mapping == nullptr)
             Fail(event, EINVAL);
-        }
         break;
     }
     case Call::CmemPool:
         FindPool(event);
         break;
     case Call::CmemCache:
-        if (MappingAt(words[0]) == nullptr) {
+        if (MappingAt(words[0]) == nullptr)
             Fail(event, EFAULT);
-        }
         break;
     case Call::CmemVersion:
         ServeCmemVersion(event);
@@ -261,11 +247,10 @@ void AnswerCmem(Event &event, const CmemRequest &row)
     default: // CmemRegister
         buffer = BufferAt(state, words[0]);
         words[0] = buffer != nullptr ? buffer->size : 0;
-        if (buffer == nullptr) {
+        if (buffer == nullptr)
             Fail(event, EINVAL);
-        } else {
+        else
             ++buffer->users;
-        }
     }
 }
 
@@ -287,12 +272,10 @@ void ServeCmem(Event &event, unsigned long request, void *argument)
         return;
     }
     memcpy(event.words, argument, row->words * sizeof(uint32_t));
-    if (!InjectFault(event)) {
+    if (!InjectFault(event))
         AnswerCmem(event, *row);
-    }
-    if (event.result == 0) {
+    if (event.result == 0)
         memcpy(argument, event.words, row->words * sizeof(uint32_t));
-    }
 }
 
 bool FindBufferMemory(uint64_t offset, size_t length, uint64_t *fileOffset)
@@ -304,11 +287,9 @@ bool FindBufferMemory(uint64_t offset, size_t length, uint64_t *fileOffset)
 void ReleaseBuffers()
 {
     const BoardLock lock;
-    for (CmemBuffer &buffer : gBoard.state->cmem) {
-        if (buffer.size != 0 && buffer.owner == host::ProcessId()) {
+    for (CmemBuffer &buffer : gBoard.state->cmem)
+        if (buffer.size != 0 && buffer.owner == host::ProcessId())
             buffer.size = 0;
-        }
-    }
 }
 
 } // namespace sim

@@ -117,25 +117,22 @@ void CreateFile(const fs::path &path, const char *content)
 {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
     if (fd < 0) {
-        if (errno == EEXIST) {
+        if (errno == EEXIST)
             return;
-        }
         throw fs::filesystem_error("cannot create", path, std::error_code(errno, std::generic_category()));
     }
     const size_t length = strlen(content);
     const bool good = write(fd, content, length) == static_cast<ssize_t>(length);
     close(fd);
-    if (!good) {
+    if (!good)
         throw fs::filesystem_error("cannot write", path, std::error_code(ENOSPC, std::generic_category()));
-    }
 }
 
 void CreateMemory(const fs::path &path, uintmax_t size)
 {
     CreateFile(path, "");
-    if (fs::file_size(path) != size) {
+    if (fs::file_size(path) != size)
         fs::resize_file(path, size);
-    }
 }
 
 void FillState(BoardState *state)
@@ -156,25 +153,21 @@ void CreateState(const fs::path &folder)
     std::ofstream out(own, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char *>(&state), sizeof(state));
     out.close();
-    if (!out) {
+    if (!out)
         throw fs::filesystem_error("cannot write", own, std::error_code(EIO, std::generic_category()));
-    }
     const bool linked = link(own.c_str(), final.c_str()) == 0 || errno == EEXIST;
     const int error = errno;
     unlink(own.c_str());
-    if (!linked) {
+    if (!linked)
         throw fs::filesystem_error("cannot create", final, std::error_code(error, std::generic_category()));
-    }
 }
 
 void CreateFiles(const fs::path &folder)
 {
-    for (const char *part : kFolders) {
+    for (const char *part : kFolders)
         fs::create_directories(folder / part);
-    }
-    for (const TextFile &file : kTextFiles) {
+    for (const TextFile &file : kTextFiles)
         CreateFile(folder / file.name, file.content);
-    }
     CreateMemory(folder / kVpssFile, kVpssBytes);
     CreateMemory(folder / kCmemFile, kCmemBytes);
 }
@@ -211,9 +204,8 @@ std::string DefaultBoardFolder()
 {
     const char *state = getenv("XDG_STATE_HOME");
     const char *home = getenv("HOME");
-    if (state != nullptr && state[0] == '/') {
+    if (state != nullptr && state[0] == '/')
         return std::string(state) + "/camSim";
-    }
     return home != nullptr && home[0] == '/' ? std::string(home) + "/.local/state/camSim" : "/tmp/camSim";
 }
 
@@ -241,9 +233,8 @@ try {
         return false;
     }
     fs::create_directories(path);
-    for (const char *part : kParts) {
+    for (const char *part : kParts)
         fs::remove_all(path / part);
-    }
     CreateFiles(path);
     if (AttachBoard(folder.c_str()) == AttachResult::Ok) {
         // In place, so that programs that have the board open

@@ -55,9 +55,8 @@ void PrintHelp(const std::string &board)
         printf("  %-20s %s\n", left.c_str(), option.help);
     }
     printf("\nCommands:\n");
-    for (const Command *command = CommandsBegin(); command != CommandsEnd(); ++command) {
+    for (const Command *command = CommandsBegin(); command != CommandsEnd(); ++command)
         printf("  %-6s %-27s %s\n", command->name, command->arguments, command->summary);
-    }
     printf("\nExamples:\n"
            "  camSim camStat -r                                what the camera is doing\n"
            "  camSim --trace camStat -e 30 2000 1000           what the tool does to set an exposure\n"
@@ -93,20 +92,17 @@ struct CommandLine {
 
 const Option *FindOption(const std::string &name)
 {
-    for (const Option &option : kOptions) {
-        if (name == option.name) {
+    for (const Option &option : kOptions)
+        if (name == option.name)
             return &option;
-        }
-    }
     return nullptr;
 }
 
 int RefuseOption(const std::string &name)
 {
     Words names;
-    for (const Option &option : kOptions) {
+    for (const Option &option : kOptions)
         names.push_back(option.name);
-    }
     const std::string nearest = NearestWord(name, names);
     return Complain(kUsageStatus, "there is no option %s%s%s", name.c_str(),
                     nearest.empty() ? "; `camSim --help` lists them" : ("; did you mean " + nearest).c_str(),
@@ -165,15 +161,13 @@ int Parse(const Words &words, CommandLine *line)
             break;
         }
         const Option *option = FindOption(name);
-        if (option == nullptr) {
+        if (option == nullptr)
             return RefuseOption(name);
-        }
         const bool needsValue = option->value[0] != '\0' && option->value[0] != '[';
         std::string value = equals != std::string::npos ? words[i].substr(equals + 1) : "";
         if (needsValue && equals == std::string::npos) {
-            if (i + 1 == words.size()) {
+            if (i + 1 == words.size())
                 return Complain(kUsageStatus, "%s takes %s", option->name, option->value);
-            }
             value = words[++i];
         } else if (option->value[0] == '\0' && equals != std::string::npos) {
             return Complain(kUsageStatus, "%s takes no value", option->name);
@@ -236,29 +230,24 @@ int Perform(CommandLine line)
         PrintCommandHelp(*command);
         return 0;
     }
-    if (command != nullptr && !line.forProgram.empty()) {
+    if (command != nullptr && !line.forProgram.empty())
         return RefuseForCommand(line.forProgram, *command);
-    }
     line.options.board = ChooseBoard(line.options.board);
     const bool isReset = command != nullptr && std::string(command->name) == "reset";
-    if (isReset && !words.empty()) {
+    if (isReset && !words.empty())
         return command->run(words);
-    }
-    if (!(isReset ? ResetBoard(line.options.board, &problem) : UseBoard(line.options.board, &problem))) {
+    if (!(isReset ? ResetBoard(line.options.board, &problem) : UseBoard(line.options.board, &problem)))
         return Complain(1, "%s", problem.c_str());
-    }
-    if (!line.sensor.empty()) {
+    if (!line.sensor.empty())
         FindCommand("scene")->run({"sensor=" + line.sensor});
-    }
     return command != nullptr ? command->run(words) : RunProgram(line.options, line.rest);
 }
 
 // `camSim trace PROGRAM` is what --trace is for those who expect a command.
 int TakeTraceWord(CommandLine *line)
 {
-    if (line->rest.empty() || line->isProgram || line->rest[0] != "trace") {
+    if (line->rest.empty() || line->isProgram || line->rest[0] != "trace")
         return 0;
-    }
     Words words(line->rest.begin() + 1, line->rest.end());
     words.insert(words.begin(), "--trace");
     return Parse(words, line);
@@ -270,19 +259,16 @@ int Run(const Words &words)
     line.options.speed = "1";
     int status = Parse(words, &line);
     status = status != 0 ? status : TakeTraceWord(&line);
-    if (status != 0) {
+    if (status != 0)
         return status;
-    }
     if (line.wantsVersion) {
         printf("camSim %s\n", CAMSIM_VERSION);
         return 0;
     }
-    if (line.wantsHelp || (!line.rest.empty() && !line.isProgram && line.rest[0] == "help")) {
+    if (line.wantsHelp || (!line.rest.empty() && !line.isProgram && line.rest[0] == "help"))
         return Help(line);
-    }
-    if (line.rest.empty()) {
+    if (line.rest.empty())
         return Complain(kUsageStatus, "name a program to run or a command; `camSim --help` tells more");
-    }
     return Perform(line);
 }
 
@@ -293,9 +279,8 @@ int main(int argc, char **argv)
     const int status = Run(Words(argv + 1, argv + argc));
     // What is not written by now never will be: a full disk must not pass for a result.
     errno = 0;
-    if (fflush(stdout) == 0 && ferror(stdout) == 0) {
+    if (fflush(stdout) == 0 && ferror(stdout) == 0)
         return status;
-    }
     const int failure = Complain(1, "standard output: %s", strerror(errno != 0 ? errno : EIO));
     return status != 0 ? status : failure;
 }

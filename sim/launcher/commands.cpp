@@ -26,31 +26,28 @@ void CopyRegisters(uint8_t (&registers)[kRegisters + 1])
 {
     const BoardLock lock;
     UpdateCamera(*gBoard.state, host::MonotonicNs(), 1.0);
-    for (int reg = 0; reg < kRegisters; ++reg) {
+    for (int reg = 0; reg < kRegisters; ++reg)
         registers[reg] = ReadRegister(*gBoard.state, static_cast<uint8_t>(reg));
-    }
     registers[kRegisters] = 0;
 }
 
-// ---------------------------------------------------------------------------------------------------- dump
+// ---- Dump
 
 void PrintTable(const uint8_t *registers)
 {
     printf("      0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F\n");
     for (int row = 0; row < kRegisters; row += 16) {
         printf("0x%02X ", row);
-        for (int column = 0; column < 16; ++column) {
+        for (int column = 0; column < 16; ++column)
             printf(" %02X", registers[row + column]);
-        }
         printf("\n");
     }
 }
 
 std::string BitsOf(const Field &field)
 {
-    if (field.registers > 1) {
+    if (field.registers > 1)
         return "";
-    }
     const std::string high = std::to_string(field.high);
     return field.high == field.low             ? high
            : field.high == 7 && field.low == 0 ? ""
@@ -60,12 +57,10 @@ std::string BitsOf(const Field &field)
 std::string ValueOf(const Field &field, const uint8_t *registers)
 {
     std::string text;
-    if (field.registers <= 2) {
+    if (field.registers <= 2)
         return std::to_string(FieldValue(field, registers));
-    }
-    for (int i = 0; i < field.registers; ++i) {
+    for (int i = 0; i < field.registers; ++i)
         text += (i == 0 ? "" : " ") + std::to_string(registers[field.reg + i]);
-    }
     return text;
 }
 
@@ -80,9 +75,8 @@ void PrintField(const Field &field, const uint8_t *registers, bool firstOfRegist
                  field.registers > 1 ? 0 : registers[field.reg]);
     }
     char value[80] = "";
-    if (field.registers <= 2) {
+    if (field.registers <= 2)
         DescribeValue(field, FieldValue(field, registers), value, sizeof(value));
-    }
     std::string note = value;
     note += note.empty() || field.meaning[0] == '\0' ? "" : "; ";
     note += field.meaning;
@@ -93,9 +87,8 @@ void PrintField(const Field &field, const uint8_t *registers, bool firstOfRegist
 int Dump(const Words &words)
 {
     uint8_t registers[kRegisters + 1];
-    if (words.size() > 1 || (words.size() == 1 && words[0] != "--hex")) {
+    if (words.size() > 1 || (words.size() == 1 && words[0] != "--hex"))
         return Complain(kUsageStatus, "dump takes --hex or nothing; `camSim peek NAME` shows a single field");
-    }
     CopyRegisters(registers);
     if (!words.empty()) {
         PrintTable(registers);
@@ -114,15 +107,14 @@ int Dump(const Words &words)
                 std::fill_n(told + reg, field->registers, true);
             }
         }
-        if (!told[reg] && registers[reg] != 0) {
+        if (!told[reg] && registers[reg] != 0)
             printf("0x%02X       0x%02X\n", reg, registers[reg]);
-        }
     }
     printf("Registers that are not listed have no name and hold 0.\n");
     return 0;
 }
 
-// ---------------------------------------------------------------------------------------------- peek, poke
+// ---- Peek, poke
 
 // A field by name, or a whole register by address.
 struct Target {
@@ -133,18 +125,16 @@ struct Target {
 Words FieldNames()
 {
     Words names;
-    for (const Field *field = FieldsBegin(); field != FieldsEnd(); ++field) {
+    for (const Field *field = FieldsBegin(); field != FieldsEnd(); ++field)
         names.push_back(field->name);
-    }
     return names;
 }
 
 bool FindTarget(const std::string &word, Target *target)
 {
     target->field = FindField(word.c_str());
-    if (target->field != nullptr || ParseNumber(word, 0, kRegisters - 1, &target->reg)) {
+    if (target->field != nullptr || ParseNumber(word, 0, kRegisters - 1, &target->reg))
         return true;
-    }
     const std::string nearest = NearestWord(word, FieldNames());
     Complain(kUsageStatus,
              "there is no register '%s'%s%s%s; `camSim dump` lists all names, addresses go from 0x00 to 0xFF",
@@ -163,14 +153,12 @@ int Peek(const Words &words)
     CopyRegisters(registers);
     for (const std::string &word : words) {
         Target target;
-        if (!FindTarget(word, &target)) {
+        if (!FindTarget(word, &target))
             return kUsageStatus;
-        }
-        if (target.field != nullptr) {
+        if (target.field != nullptr)
             printf("%s\n", ValueOf(*target.field, registers).c_str());
-        } else {
+        else
             printf("0x%02X\n", registers[target.reg]);
-        }
     }
     return 0;
 }
@@ -186,9 +174,8 @@ void WriteField(const Field &field, uint32_t value)
     const uint32_t mask = ((2U << (field.high - field.low)) - 1U) << field.low;
     const uint32_t old = gBoard.state->registers[field.reg];
     WriteNow(field.reg, (old & ~mask) | (value << field.low));
-    if (field.registers == 2) {
+    if (field.registers == 2)
         WriteNow(field.reg + 1U, value >> 8);
-    }
 }
 
 int Poke(const Words &words)
@@ -198,9 +185,8 @@ int Poke(const Words &words)
         return Complain(kUsageStatus, "poke takes a register and a value, as in `camSim poke MnlAgn 64` or "
                                       "`camSim poke 0x37 0x40`");
     }
-    if (!FindTarget(words[0], &target)) {
+    if (!FindTarget(words[0], &target))
         return kUsageStatus;
-    }
     const uint32_t reg = target.field != nullptr ? target.field->reg : target.reg;
     if (reg >= kReadoutsFirst && reg <= kReflectLast) {
         return Complain(kUsageStatus,
@@ -221,15 +207,14 @@ int Poke(const Words &words)
     }
     const BoardLock lock;
     UpdateCamera(*gBoard.state, host::MonotonicNs(), 1.0);
-    if (target.field != nullptr) {
+    if (target.field != nullptr)
         WriteField(*target.field, value);
-    } else {
+    else
         WriteNow(reg, value);
-    }
     return 0;
 }
 
-// ---------------------------------------------------------------------------------------------------- pins
+// ---- Pins
 
 struct Signal {
     const char *name;
@@ -269,9 +254,8 @@ void PrintPins()
     for (uint32_t pin = 0; pin < kPins; ++pin) {
         const bool named = std::any_of(std::begin(kSignals), std::end(kSignals),
                                        [pin](const Signal &signal) { return signal.pin == pin; });
-        if (!named && gBoard.state->pins[pin] != 0) {
+        if (!named && gBoard.state->pins[pin] != 0)
             printf("%-6s  %3u  %5u\n", "", pin, gBoard.state->pins[pin]);
-        }
     }
 }
 
@@ -291,13 +275,12 @@ int Pins(const Words &words)
         const BoardLock lock;
         DrivePin(*gBoard.state, pin, static_cast<uint8_t>(level));
     }
-    if (words.empty()) {
+    if (words.empty())
         PrintPins();
-    }
     return 0;
 }
 
-// --------------------------------------------------------------------------------------------------- scene
+// ---- Scene
 
 void PrintScene()
 {
@@ -310,22 +293,18 @@ void PrintScene()
     printf("reflect      %g ms busy after a write\n", scene.reflectBusyUs / 1000.0);
     printf("\nThe camera sees it with:\n");
     for (const char *name :
-         {"ExpTime", "LngExpFrm", "AnlGain", "DgtlGain", "WbrGain", "WbbGain", "RawAvg", "DnStatus"}) {
+         {"ExpTime", "LngExpFrm", "AnlGain", "DgtlGain", "WbrGain", "WbbGain", "RawAvg", "DnStatus"})
         PrintField(*FindField(name), registers, true);
-    }
 }
 
 bool SetScene(Scene *scene, const std::string &key, const std::string &value)
 {
-    if (key == "light") {
+    if (key == "light")
         return ParseDecimal(value, 0.0, 200000.0, &scene->lightLux);
-    }
-    if (key == "temperature") {
+    if (key == "temperature")
         return ParseDecimal(value, 1000.0, 20000.0, &scene->kelvin);
-    }
-    if (key == "sensor") {
+    if (key == "sensor")
         return ParseNumber(value, 0, 15, &scene->sensorType);
-    }
     return key == "reflect" && ParseTime(value, &scene->reflectBusyUs);
 }
 
@@ -352,13 +331,12 @@ int ShowOrSetScene(const Words &words)
     const BoardLock lock;
     UpdateCamera(*gBoard.state, host::MonotonicNs(), 1.0);
     gBoard.state->scene = scene;
-    if (newSensor) {
+    if (newSensor)
         gBoard.state->registers[0x0E] = static_cast<uint8_t>(scene.sensorType);
-    }
     return 0;
 }
 
-// -------------------------------------------------------------------------------------------------- faults
+// ---- Faults
 
 int ListFaults()
 {
@@ -367,13 +345,11 @@ int ListFaults()
     bool any = false;
     for (uint32_t i = 0; i < state.faultCount; ++i) {
         const FaultRule &rule = state.faults[i];
-        if (rule.used == 0) {
+        if (rule.used == 0)
             continue;
-        }
         std::string scope = "board";
-        if (rule.run != 0) {
+        if (rule.run != 0)
             scope = "run " + std::to_string(rule.run) + (host::IsAlive(rule.runPid) ? "" : ", ended");
-        }
         printf("%s%2u  %-14s %9llu %9llu  %s\n", any ? "" : " #  Applies to         Calls      Hits  Rule\n",
                i + 1, scope.c_str(), static_cast<unsigned long long>(rule.seen),
                static_cast<unsigned long long>(rule.hits), rule.text);
@@ -389,35 +365,29 @@ int ListFaults()
 int ClearFaultRules(const Words &words)
 {
     uint32_t number = 0;
-    if (words.size() > 2 || (words.size() == 2 && !ParseNumber(words[1], 1, kFaultRules, &number))) {
+    if (words.size() > 2 || (words.size() == 2 && !ParseNumber(words[1], 1, kFaultRules, &number)))
         return Complain(kUsageStatus, "fault clear takes the number of a rule, or nothing for all of them");
-    }
     return ClearFaults(number) ? 0
                                : Complain(1, "there is no rule %u; `camSim fault list` shows them", number);
 }
 
 int Fault(const Words &words)
 {
-    if (words.empty() || (words[0] == "list" && words.size() == 1)) {
+    if (words.empty() || (words[0] == "list" && words.size() == 1))
         return ListFaults();
-    }
-    if (words[0] == "clear") {
+    if (words[0] == "clear")
         return ClearFaultRules(words);
-    }
     std::vector<FaultRule> rules;
     std::string problem;
     for (const std::string &word : words) {
         FaultRule rule;
-        if (!ParseFault(word, &rule, &problem)) {
+        if (!ParseFault(word, &rule, &problem))
             return Complain(kUsageStatus, "fault rule '%s': %s", word.c_str(), problem.c_str());
-        }
         rules.push_back(rule);
     }
-    for (const FaultRule &rule : rules) {
-        if (!AddFault(rule, &problem)) {
+    for (const FaultRule &rule : rules)
+        if (!AddFault(rule, &problem))
             return Complain(1, "%s", problem.c_str());
-        }
-    }
     return 0;
 }
 
@@ -465,9 +435,8 @@ constexpr Command kCommands[] = {
 size_t Distance(const std::string &a, const std::string &b)
 {
     std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) {
+    for (size_t j = 0; j <= b.size(); ++j)
         row[j] = j;
-    }
     for (size_t i = 1; i <= a.size(); ++i) {
         size_t diagonal = row[0];
         row[0] = i;
@@ -487,9 +456,8 @@ std::string ShortestThatBegins(const std::string &word, const Words &candidates)
     std::string shortest;
     for (const std::string &candidate : candidates) {
         const bool begins = word.size() > 1 && Distance(word, candidate.substr(0, word.size())) == 0;
-        if (begins && (shortest.empty() || candidate.size() < shortest.size())) {
+        if (begins && (shortest.empty() || candidate.size() < shortest.size()))
             shortest = candidate;
-        }
     }
     return shortest;
 }
@@ -526,9 +494,8 @@ int Complain(int status, const char *format, ...)
 std::string NearestWord(const std::string &word, const Words &candidates)
 {
     std::string nearest = ShortestThatBegins(word, candidates);
-    if (!nearest.empty()) {
+    if (!nearest.empty())
         return nearest;
-    }
     size_t best = word.size() / 3 + 1; // farther off is no slip of the fingers
     for (const std::string &candidate : candidates) {
         const size_t distance = Distance(word, candidate);

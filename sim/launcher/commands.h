@@ -30,7 +30,7 @@ const Command *CommandsBegin();
 const Command *CommandsEnd();
 
 /// Prints "camSim: " and what is wrong on standard error, and returns `status`.
-__attribute__((format(printf, 2, 3))) int Complain(int status, const char *format, ...);
+[[gnu::format(printf, 2, 3)]] int Complain(int status, const char *format, ...);
 
 /// The candidate that `word` was probably meant to be, or an empty text. One that begins with `word` comes
 /// before those that are a slip of the fingers away.

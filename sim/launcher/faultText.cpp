@@ -62,11 +62,9 @@ std::string CallNames()
 
 std::string Unalias(const std::string &name)
 {
-    for (const Alias &alias : kAliases) {
-        if (name == alias.name) {
+    for (const Alias &alias : kAliases)
+        if (name == alias.name)
             return alias.call;
-        }
-    }
     return name;
 }
 
@@ -83,9 +81,8 @@ uint64_t FindCalls(const std::string &name, uint32_t *error)
             calls |= uint64_t{1} << i;
         }
     }
-    if (name == "ioctl") {
+    if (name == "ioctl")
         *error = EIO;
-    }
     return calls;
 }
 
@@ -114,9 +111,8 @@ bool ParseTarget(const std::string &text, uint32_t *target)
 bool ParseChance(const std::string &text, uint32_t *chance)
 {
     double share = 0.0;
-    if (!ParseDecimal(text, 0.0, 1.0, &share) || share == 0.0) {
+    if (!ParseDecimal(text, 0.0, 1.0, &share) || share == 0.0)
         return false;
-    }
     *chance = share >= 1.0 ? UINT32_MAX : static_cast<uint32_t>(share * 4294967296.0);
     return true;
 }
@@ -139,9 +135,8 @@ bool SetEffect(FaultRule *rule, Call only, Effect effect, const std::string &wor
 bool ApplyPlainWord(FaultRule *rule, const std::string &word, std::string *problem)
 {
     if (word[0] == '/') {
-        if (word.size() >= sizeof(rule->path)) {
+        if (word.size() >= sizeof(rule->path))
             return Refuse(problem, "the path '" + word + "' is too long");
-        }
         CopyText(word, &rule->path);
         return true;
     }
@@ -150,18 +145,14 @@ bool ApplyPlainWord(FaultRule *rule, const std::string &word, std::string *probl
         return !IsAbout(*rule, Call::Flash) ||
                SetEffect(rule, Call::Flash, Effect::MissingFlash, word, problem);
     }
-    if (word == "full") {
+    if (word == "full")
         return SetEffect(rule, Call::Flash, Effect::FullFlash, word, problem);
-    }
-    if (word == "readonly") {
+    if (word == "readonly")
         return SetEffect(rule, Call::Flash, Effect::ReadOnlyFlash, word, problem);
-    }
-    if (word == "stuck") {
+    if (word == "stuck")
         return SetEffect(rule, Call::Reflect, Effect::Stuck, word, problem);
-    }
-    if (word == "fail" || word == "refused") {
+    if (word == "fail" || word == "refused")
         return true; // with the call's own errno
-    }
     return Refuse(problem, "'" + word + "' means nothing in a rule. Words are, " + kWords);
 }
 
@@ -211,9 +202,8 @@ bool ApplySetting(FaultRule *rule, const std::string &key, const std::string &va
 bool ApplyWord(FaultRule *rule, const std::string &word, std::string *problem)
 {
     const size_t equals = word.find('=');
-    if (word.empty()) {
+    if (word.empty())
         return Refuse(problem, "a word is empty. Words are, " + std::string(kWords));
-    }
     return equals == std::string::npos || word[0] == '/'
                ? ApplyPlainWord(rule, word, problem)
                : ApplySetting(rule, word.substr(0, equals), word.substr(equals + 1), problem);
@@ -247,9 +237,8 @@ bool ApplyHead(FaultRule *rule, const std::string &head, std::string *problem)
                 ParseNumber(head.substr(equals + 1), 0, UINT32_MAX, &rule->value)) ||
                Refuse(problem, "only the driver's version takes a value, as in cmem.version=0x02200000");
     }
-    if (rule->calls == BitOf(Call::Flash)) {
+    if (rule->calls == BitOf(Call::Flash))
         CopyText(kFlashPath, &rule->path);
-    }
     return true;
 }
 
@@ -260,23 +249,18 @@ bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem)
     *rule = {};
     rule->used = 1;
     rule->target = kAnyTarget;
-    if (text.size() >= sizeof(rule->text)) {
+    if (text.size() >= sizeof(rule->text))
         return Refuse(problem, "the rule is too long");
-    }
     CopyText(text, &rule->text);
     const std::vector<std::string> parts = Split(text, ":,");
-    if (!ApplyHead(rule, parts[0], problem)) {
+    if (!ApplyHead(rule, parts[0], problem))
         return false;
-    }
-    for (size_t i = 1; i < parts.size(); ++i) {
-        if (!ApplyWord(rule, parts[i], problem)) {
+    for (size_t i = 1; i < parts.size(); ++i)
+        if (!ApplyWord(rule, parts[i], problem))
             return false;
-        }
-    }
     const bool isState = rule->calls == BitOf(Call::Reflect) || rule->calls == BitOf(Call::Flash);
-    if (rule->calls == BitOf(Call::Reflect) && rule->effect == Effect::Fail) {
+    if (rule->calls == BitOf(Call::Reflect) && rule->effect == Effect::Fail)
         return Refuse(problem, "reflect takes stuck or busy=TIME, as in reflect:busy=40ms");
-    }
     return !(isState && rule->effect == Effect::Delay) ||
            Refuse(problem, "delay goes with a call, as in fopen:delay=5ms or i2c.read:delay=5ms");
 }
@@ -300,14 +284,11 @@ void DropEndedRuns()
 {
     const BoardLock lock;
     BoardState &state = *gBoard.state;
-    for (uint32_t i = 0; i < state.faultCount; ++i) {
-        if (state.faults[i].run != 0 && !host::IsAlive(state.faults[i].runPid)) {
+    for (uint32_t i = 0; i < state.faultCount; ++i)
+        if (state.faults[i].run != 0 && !host::IsAlive(state.faults[i].runPid))
             state.faults[i].used = 0;
-        }
-    }
-    while (state.faultCount > 0 && state.faults[state.faultCount - 1].used == 0) {
+    while (state.faultCount > 0 && state.faults[state.faultCount - 1].used == 0)
         --state.faultCount;
-    }
 }
 
 bool ClearFaults(unsigned number)
@@ -319,9 +300,8 @@ bool ClearFaults(unsigned number)
         state.faultCount = 0;
         return true;
     }
-    if (number > state.faultCount || state.faults[number - 1].used == 0) {
+    if (number > state.faultCount || state.faults[number - 1].used == 0)
         return false;
-    }
     state.faults[number - 1].used = 0;
     return true;
 }

@@ -16,27 +16,23 @@ bool ParseNumber(const std::string &text, uint32_t least, uint32_t most, uint32_
     const char *digits = text.c_str() + (isHex ? 2 : 0);
     const char *accepted = isHex ? "0123456789abcdefABCDEF" : "0123456789";
     const size_t length = strlen(digits);
-    if (length == 0 || length > 16 || strspn(digits, accepted) != length) {
+    if (length == 0 || length > 16 || strspn(digits, accepted) != length)
         return false;
-    }
     const unsigned long long value = strtoull(digits, nullptr, isHex ? 16 : 10);
-    if (value < least || value > most) {
+    if (value < least || value > most)
         return false;
-    }
     *number = static_cast<uint32_t>(value);
     return true;
 }
 
 bool ParseDecimal(const std::string &text, double least, double most, double *number)
 {
-    if (text.empty() || strspn(text.c_str(), "0123456789.") != text.size()) {
+    if (text.empty() || strspn(text.c_str(), "0123456789.") != text.size())
         return false;
-    }
     char *end = nullptr;
     const double value = strtod(text.c_str(), &end);
-    if (*end != '\0' || end == text.c_str() || value < least || value > most) {
+    if (*end != '\0' || end == text.c_str() || value < least || value > most)
         return false;
-    }
     *number = value;
     return true;
 }
@@ -48,9 +44,8 @@ bool ParseTime(const std::string &text, uint32_t *us)
     const std::string unit = unitAt == std::string::npos ? "ms" : text.substr(unitAt);
     const double factor = unit == "us" ? 1.0 : unit == "ms" ? 1000.0 : unit == "s" ? 1e6 : 0.0;
     double value = 0.0;
-    if (factor == 0.0 || !ParseDecimal(text.substr(0, unitAt), 0.0, kHourUs / factor, &value)) {
+    if (factor == 0.0 || !ParseDecimal(text.substr(0, unitAt), 0.0, kHourUs / factor, &value))
         return false;
-    }
     const double rounded = value * factor + 0.5;
     *us = static_cast<uint32_t>(rounded);
     return true;

@@ -51,9 +51,8 @@ void FromNs(int64_t ns, AnyTime *time)
 // How far the board's clocks are ahead of the host's.
 int64_t LeadNs()
 {
-    if (gBoard.state == nullptr || gBoard.speed == 1.0) {
+    if (gBoard.state == nullptr || gBoard.speed == 1.0)
         return 0;
-    }
     return static_cast<int64_t>((gBoard.speed - 1.0) *
                                 static_cast<double>(host::MonotonicNs() - gBoard.startNs));
 }
@@ -74,9 +73,8 @@ int64_t SetBackNs(Event &event)
 // and does so in threads in which not even a line can be formatted any more.
 long FinishReading(Event &event)
 {
-    if (event.fault != 0) {
+    if (event.fault != 0)
         return Finish(event);
-    }
     errno = event.result < 0 ? event.error : event.callersErrno;
     return event.result;
 }
@@ -84,16 +82,14 @@ long FinishReading(Event &event)
 template <class AnyTime, class Real>
 int ReadClock(clockid_t clock, AnyTime *time, Real real)
 {
-    if (gBoard.state == nullptr || (gBoard.speed == 1.0 && !HasRules())) {
+    if (gBoard.state == nullptr || (gBoard.speed == 1.0 && !HasRules()))
         return real();
-    }
     Event event(Call::Clock);
     if (!InjectFault(event)) {
         event.result = real();
         event.error = errno;
-        if (event.result == 0 && ShowsTimeOfDay(clock)) {
+        if (event.result == 0 && ShowsTimeOfDay(clock))
             FromNs(ToNs(*time) + LeadNs() - SetBackNs(event), time);
-        }
     }
     return static_cast<int>(FinishReading(event));
 }
@@ -102,26 +98,23 @@ int ReadClock(clockid_t clock, AnyTime *time, Real real)
 template <class Seconds, class Real>
 Seconds ReadSeconds(Seconds *out, Real real)
 {
-    if (gBoard.state == nullptr) {
+    if (gBoard.state == nullptr)
         return real(out);
-    }
     Event event(Call::Time);
     if (!InjectFault(event)) {
         // The lead is added to the full clock: seconds alone would lose the fraction.
         event.result = static_cast<long>((host::ClockNs(CLOCK_REALTIME) + LeadNs()) / kNsPerS);
     }
-    if (event.result >= 0 && out != nullptr) {
+    if (event.result >= 0 && out != nullptr)
         *out = static_cast<Seconds>(event.result);
-    }
     return static_cast<Seconds>(FinishReading(event));
 }
 
 template <class AnyValue, class Real>
 int ReadTimeOfDay(AnyValue *value, Real real)
 {
-    if (gBoard.state == nullptr) {
+    if (gBoard.state == nullptr)
         return real();
-    }
     Event event(Call::Time);
     if (!InjectFault(event)) {
         event.result = real();
@@ -159,18 +152,16 @@ template <class AnyTime, class Real>
 int PauseOnClock(clockid_t clock, bool absolute, const AnyTime *wanted, AnyTime *rest, Real real)
 {
     int64_t ns = ToNs(*wanted);
-    if (ns < 0 || wanted->tv_nsec < 0 || wanted->tv_nsec >= kNsPerS) {
+    if (ns < 0 || wanted->tv_nsec < 0 || wanted->tv_nsec >= kNsPerS)
         return EINVAL;
-    }
     if (absolute) {
         ns -= host::ClockNs(clock) + LeadNs();
         ns = ns > 0 ? ns : 0;
     }
     int64_t left = 0;
     const int error = PauseFor(ns, &left, real);
-    if (error == EINTR && !absolute && rest != nullptr) {
+    if (error == EINTR && !absolute && rest != nullptr)
         FromNs(left, rest);
-    }
     return error;
 }
 
@@ -178,24 +169,26 @@ int PauseOnClock(clockid_t clock, bool absolute, const AnyTime *wanted, AnyTime 
 
 SIM_WRAP(int, clock_gettime, (clockid_t clock, Time *time))
 {
-    return ReadClock(clock, time, [=] { return SIM_NEXT(clock_gettime)(clock, time); });
+    return ReadClock(
+        clock, time, [=] { return SIM_NEXT(clock_gettime)(clock, time); });
 }
 
 SIM_WRAP(long, time, (long *out))
 {
-    return ReadSeconds(out, [](long *into) { return SIM_NEXT(time)(into); });
+    return ReadSeconds(
+        out, [](long *into) { return SIM_NEXT(time)(into); });
 }
 
 SIM_WRAP(int, gettimeofday, (Value * value, void *zone))
 {
-    return ReadTimeOfDay(value, [=] { return SIM_NEXT(gettimeofday)(value, zone); });
+    return ReadTimeOfDay(
+        value, [=] { return SIM_NEXT(gettimeofday)(value, zone); });
 }
 
 SIM_WRAP(int, clock_nanosleep, (clockid_t clock, int flags, const Time *wanted, Time *rest))
 {
-    if (gBoard.state == nullptr || wanted == nullptr) {
+    if (gBoard.state == nullptr || wanted == nullptr)
         return SIM_NEXT(clock_nanosleep)(clock, flags, wanted, rest);
-    }
     return PauseOnClock(clock, flags == TIMER_ABSTIME, wanted, rest, [clock](int64_t ns, int64_t *left) {
         Time onHost = {};
         Time remaining = {};
@@ -221,9 +214,8 @@ int PauseOnHost(int64_t ns, int64_t *left)
 
 int SetErrno(int error)
 {
-    if (error == 0) {
+    if (error == 0)
         return 0;
-    }
     errno = error;
     return -1;
 }
@@ -232,9 +224,8 @@ int SetErrno(int error)
 
 SIM_WRAP(int, nanosleep, (const Time *wanted, Time *rest))
 {
-    if (gBoard.state == nullptr || wanted == nullptr) {
+    if (gBoard.state == nullptr || wanted == nullptr)
         return SIM_NEXT(nanosleep)(wanted, rest);
-    }
     return SetErrno(PauseOnClock(CLOCK_MONOTONIC, false, wanted, rest, PauseOnHost));
 }
 
@@ -248,9 +239,8 @@ SIM_WRAP(int, usleep, (unsigned us))
 SIM_WRAP(unsigned, sleep, (unsigned seconds))
 {
     int64_t left = 0;
-    if (gBoard.state == nullptr) {
+    if (gBoard.state == nullptr)
         return SIM_NEXT(sleep)(seconds);
-    }
     return PauseFor(seconds * kNsPerS, &left, PauseOnHost) == 0
                ? 0
                : static_cast<unsigned>((left + kNsPerS - 1) / kNsPerS);
@@ -260,12 +250,14 @@ SIM_WRAP(unsigned, sleep, (unsigned seconds))
 // 32-bit programs with 64-bit time reach these under names of their own.
 SIM_WRAP(int, __clock_gettime64, (clockid_t clock, Time64 *time))
 {
-    return ReadClock(clock, time, [=] { return SIM_NEXT(__clock_gettime64)(clock, time); });
+    return ReadClock(
+        clock, time, [=] { return SIM_NEXT(__clock_gettime64)(clock, time); });
 }
 
 SIM_WRAP(int64_t, __time64, (int64_t * out))
 {
-    return ReadSeconds(out, [](int64_t *into) { return SIM_NEXT(__time64)(into); });
+    return ReadSeconds(
+        out, [](int64_t *into) { return SIM_NEXT(__time64)(into); });
 }
 
 struct Value64 {
@@ -275,22 +267,21 @@ struct Value64 {
 
 SIM_WRAP(int, __gettimeofday64, (Value64 * value, void *zone))
 {
-    return ReadTimeOfDay(value, [=] { return SIM_NEXT(__gettimeofday64)(value, zone); });
+    return ReadTimeOfDay(
+        value, [=] { return SIM_NEXT(__gettimeofday64)(value, zone); });
 }
 
 SIM_WRAP(int, __clock_nanosleep_time64, (clockid_t clock, int flags, const Time64 *wanted, Time64 *rest))
 {
-    if (gBoard.state == nullptr || wanted == nullptr) {
+    if (gBoard.state == nullptr || wanted == nullptr)
         return SIM_NEXT(__clock_nanosleep_time64)(clock, flags, wanted, rest);
-    }
     return PauseOnClock(clock, flags == TIMER_ABSTIME, wanted, rest, PauseOnHost);
 }
 
 SIM_WRAP(int, __nanosleep64, (const Time64 *wanted, Time64 *rest))
 {
-    if (gBoard.state == nullptr || wanted == nullptr) {
+    if (gBoard.state == nullptr || wanted == nullptr)
         return SIM_NEXT(__nanosleep64)(wanted, rest);
-    }
     return SetErrno(PauseOnClock(CLOCK_MONOTONIC, false, wanted, rest, PauseOnHost));
 }
 #endif

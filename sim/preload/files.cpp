@@ -30,9 +30,8 @@ FILE *OpenStream(const char *path, const char *mode, Real real)
 {
     Place place;
     FindPlace(path, &place);
-    if (place.kind == NodeKind::None) {
+    if (place.kind == NodeKind::None)
         return real(path);
-    }
     Event event(Call::Fopen, path);
     event.text = mode;
     FILE *stream = nullptr;
@@ -67,23 +66,20 @@ template <class Result, class Real>
 Result OnStream(Call call, FILE *stream, Result failure, Real real)
 {
     constexpr int kErrorMark = 0x20; // the C library's own mark, which ferror shows
-    if (!HasRules()) {
+    if (!HasRules())
         return real();
-    }
     const Node *node = NodeOfStream(stream);
-    if (node == nullptr) {
+    if (node == nullptr)
         return real();
-    }
     Event event(call, node->path, fileno(stream));
-    if (!InjectFault(event)) {
+    if (!InjectFault(event))
         return CallOnFull(*node, real);
-    }
     stream->_flags |= kErrorMark;
     Finish(event);
     return failure;
 }
 
-// -------------------------------------------------------------------------------------------- kernel log
+// ---- Kernel log
 
 constexpr char kClearLog[] = "dmesg -c > /dev/null";
 constexpr char kCaptureLog[] = "dmesg | grep i2c_davinci > ";
@@ -148,9 +144,8 @@ int CaptureKernelLog(Event &event, const char *path)
     }
     const bool full = isFile && IsFlashFull(redirection);
     const int target = host::Open(isFile ? place.path : path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (target < 0) {
+    if (target < 0)
         return kCannotCreate;
-    }
     const int log = OpenKernelLog(O_RDONLY);
     const bool any = !full && log >= 0 && CopyWantedLines(log, target);
     host::Close(log);
@@ -173,12 +168,12 @@ int RunCommand(Event &event, const char *command)
     return kNotFound;
 }
 
-// ---------------------------------------------------------------------------------------------- system log
+// ---- System log
 
 char gLogName[64] = "";
 int gLogOptions = 0;
 
-__attribute__((format(printf, 1, 0))) void LogToSystem(const char *format, va_list arguments)
+[[gnu::format(printf, 1, 0)]] void LogToSystem(const char *format, va_list arguments)
 {
     char text[512];
     char line[640];
@@ -187,9 +182,8 @@ __attribute__((format(printf, 1, 0))) void LogToSystem(const char *format, va_li
     const size_t length = strlen(text);
     const char *end = length > 0 && text[length - 1] == '\n' ? "" : "\n";
     snprintf(line, sizeof(line), "%s[%u]: %s%s", gLogName, host::ProcessId(), text, end);
-    if ((gLogOptions & LOG_PERROR) != 0) {
+    if ((gLogOptions & LOG_PERROR) != 0)
         host::WriteAll(2, line, strlen(line));
-    }
     if (BoardPath("system.log", path, sizeof(path))) {
         const int log = host::Open(path, O_WRONLY | O_CREAT | O_APPEND, 0644);
         host::WriteAll(log, line, strlen(line));
@@ -199,24 +193,25 @@ __attribute__((format(printf, 1, 0))) void LogToSystem(const char *format, va_li
 
 } // namespace
 
-// ------------------------------------------------------------------------------------------------- streams
+// ---- Streams
 
 SIM_WRAP(FILE *, fopen, (const char *path, const char *mode))
 {
-    return OpenStream(path, mode, [=](const char *onPc) { return SIM_NEXT(fopen)(onPc, mode); });
+    return OpenStream(
+        path, mode, [=](const char *onPc) { return SIM_NEXT(fopen)(onPc, mode); });
 }
 
 SIM_WRAP(FILE *, fopen64, (const char *path, const char *mode))
 {
-    return OpenStream(path, mode, [=](const char *onPc) { return SIM_NEXT(fopen64)(onPc, mode); });
+    return OpenStream(
+        path, mode, [=](const char *onPc) { return SIM_NEXT(fopen64)(onPc, mode); });
 }
 
 SIM_WRAP(int, fclose, (FILE * stream))
 {
     const Node *node = NodeOfStream(stream);
-    if (node == nullptr) {
+    if (node == nullptr)
         return SIM_NEXT(fclose)(stream);
-    }
     const Node closed = *node;
     const int fd = fileno(stream);
     Event event(Call::Fclose, closed.path, fd);
@@ -232,41 +227,46 @@ SIM_WRAP(int, fclose, (FILE * stream))
 
 SIM_WRAP(int, fflush, (FILE * stream))
 {
-    return OnStream(Call::Fflush, stream, EOF, [=] { return SIM_NEXT(fflush)(stream); });
+    return OnStream(
+        Call::Fflush, stream, EOF, [=] { return SIM_NEXT(fflush)(stream); });
 }
 
 SIM_WRAP(char *, fgets, (char *dest, int size, FILE *stream))
 {
-    return OnStream(Call::Fgets, stream, static_cast<char *>(nullptr),
-                    [=] { return SIM_NEXT(fgets)(dest, size, stream); });
+    return OnStream(
+        Call::Fgets, stream, static_cast<char *>(nullptr),
+        [=] { return SIM_NEXT(fgets)(dest, size, stream); });
 }
 
 SIM_WRAP(char *, __fgets_chk, (char *dest, size_t room, int size, FILE *stream))
 {
-    return OnStream(Call::Fgets, stream, static_cast<char *>(nullptr),
-                    [=] { return SIM_NEXT(__fgets_chk)(dest, room, size, stream); });
+    return OnStream(
+        Call::Fgets, stream, static_cast<char *>(nullptr),
+        [=] { return SIM_NEXT(__fgets_chk)(dest, room, size, stream); });
 }
 
 SIM_WRAP(size_t, fwrite, (const void *source, size_t size, size_t count, FILE *stream))
 {
-    return OnStream(Call::Fwrite, stream, size_t{0},
-                    [=] { return SIM_NEXT(fwrite)(source, size, count, stream); });
+    return OnStream(
+        Call::Fwrite, stream, size_t{0}, [=] { return SIM_NEXT(fwrite)(source, size, count, stream); });
 }
 
 SIM_WRAP(int, fputs, (const char *text, FILE *stream))
 {
-    return OnStream(Call::Fwrite, stream, EOF, [=] { return SIM_NEXT(fputs)(text, stream); });
+    return OnStream(
+        Call::Fwrite, stream, EOF, [=] { return SIM_NEXT(fputs)(text, stream); });
 }
 
 SIM_WRAP(int, vfprintf, (FILE * stream, const char *format, va_list arguments))
 {
-    return OnStream(Call::Fwrite, stream, -1, [&] { return SIM_NEXT(vfprintf)(stream, format, arguments); });
+    return OnStream(
+        Call::Fwrite, stream, -1, [&] { return SIM_NEXT(vfprintf)(stream, format, arguments); });
 }
 
 SIM_WRAP(int, __vfprintf_chk, (FILE * stream, int flag, const char *format, va_list arguments))
 {
-    return OnStream(Call::Fwrite, stream, -1,
-                    [&] { return SIM_NEXT(__vfprintf_chk)(stream, flag, format, arguments); });
+    return OnStream(
+        Call::Fwrite, stream, -1, [&] { return SIM_NEXT(__vfprintf_chk)(stream, flag, format, arguments); });
 }
 
 SIM_WRAP(int, fprintf, (FILE * stream, const char *format, ...))
@@ -287,7 +287,7 @@ SIM_WRAP(int, __fprintf_chk, (FILE * stream, int flag, const char *format, ...))
     return result;
 }
 
-// --------------------------------------------------------------------------------------------------- paths
+// ---- Paths
 
 // SIM_WRAP_PATH(symbol, call, changes, further parameters, further arguments)
 #define SIM_WRAP_PATH(symbol, call, changes, parameters, arguments)                                          \
@@ -345,21 +345,18 @@ SIM_WRAP(int, rename, (const char *from, const char *to))
         Call::Rename, from, true, [toOnPc](const char *onPc) { return SIM_NEXT(rename)(onPc, toOnPc); }));
 }
 
-// -------------------------------------------------------------------------------------- command, system log
+// ---- Command, system log
 
 SIM_WRAP(int, system, (const char *command))
 {
-    if (gBoard.state == nullptr) {
+    if (gBoard.state == nullptr)
         return SIM_NEXT(system)(command);
-    }
-    if (command == nullptr) {
+    if (command == nullptr)
         return 1; // a command processor is there
-    }
     Event event(Call::System);
     event.text = command;
-    if (!InjectFault(event)) {
+    if (!InjectFault(event))
         event.result = RunCommand(event, command);
-    }
     return static_cast<int>(Finish(event));
 }
 

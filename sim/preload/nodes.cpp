@@ -21,7 +21,7 @@ namespace sim
 namespace
 {
 
-__attribute__((constructor)) void BeginProgram()
+[[gnu::constructor]] void BeginProgram()
 {
     const int before = errno;
     const char *folder = getenv("CAMSIM_BOARD");
@@ -36,7 +36,7 @@ __attribute__((constructor)) void BeginProgram()
     errno = before;
 }
 
-__attribute__((destructor)) void EndProgram()
+[[gnu::destructor]] void EndProgram()
 {
     EndTrace();
 }
@@ -59,9 +59,8 @@ int OpenPath(const char *path, int flags, Real real)
 {
     Place place;
     FindPlace(path, &place);
-    if (place.kind == NodeKind::None) {
+    if (place.kind == NodeKind::None)
         return real(path);
-    }
     const bool isFile = place.kind == NodeKind::File;
     Event event(Call::Open, path);
     event.text = !OpensForWriting(flags) ? "for reading" : isFile ? "for writing" : "";
@@ -84,9 +83,8 @@ int CopyNode(int from, int to)
 {
     const Node *node = NodeOf(from);
     ForgetNode(to);
-    if (node != nullptr && to >= 0 && KeepNode(to, node->kind, node->path)) {
+    if (node != nullptr && to >= 0 && KeepNode(to, node->kind, node->path))
         NodeOf(to)->slave = node->slave;
-    }
     return to;
 }
 
@@ -112,9 +110,8 @@ void *MapNode(const Node &node, size_t length, int flags, uint64_t offset, Real 
         host::Close(fd);
         const Mapping mapping = {reinterpret_cast<uintptr_t>(map), length, static_cast<uint32_t>(offset),
                                  node.kind};
-        if (map == MAP_FAILED || !KeepMapping(mapping)) {
+        if (map == MAP_FAILED || !KeepMapping(mapping))
             Fail(event, ENOMEM);
-        }
     }
     Finish(event);
     return event.result < 0 ? MAP_FAILED : map;
@@ -140,9 +137,8 @@ template <class Real>
 long MoveBytes(Call call, int fd, Real real)
 {
     Node *node = NodeOf(fd);
-    if (node == nullptr) {
+    if (node == nullptr)
         return real();
-    }
     Event event(call, node->path, fd);
     if (!InjectFault(event)) {
         if (IsDevice(*node)) {
@@ -165,7 +161,7 @@ int RequestOnNode(int fd, unsigned long request, void *argument)
 
 } // namespace
 
-// ----------------------------------------------------------------------------------------------------- open
+// ---- Open
 
 #define SIM_WRAP_OPEN(symbol)                                                                                \
     SIM_WRAP(int, symbol, (const char *path, int flags, ...))                                                \
@@ -220,20 +216,18 @@ SIM_WRAP_OPENAT_2(__openat64_2)
 SIM_WRAP_CREAT(creat)
 SIM_WRAP_CREAT(creat64)
 
-// -------------------------------------------------------------------------------------- close and duplicates
+// ---- Close and duplicates
 
 SIM_WRAP(int, close, (int fd))
 {
     const Node *node = NodeOf(fd);
-    if (node == nullptr) {
+    if (node == nullptr)
         return SIM_NEXT(close)(fd);
-    }
     const Node closed = *node;
     Event event(Call::Close, closed.path, fd);
     ForgetNode(fd);
-    if (closed.kind == NodeKind::Cmem) {
+    if (closed.kind == NodeKind::Cmem)
         ReleaseBuffers();
-    }
     const int result = SIM_NEXT(close)(fd);
     const int error = errno;
     if (!InjectFault(event)) {
@@ -264,9 +258,8 @@ SIM_WRAP(int, dup3, (int fd, int target, int flags))
         const long argument = va_arg(arguments, long);                                                       \
         va_end(arguments);                                                                                   \
         const Node *node = NodeOf(fd);                                                                       \
-        if (node == nullptr) {                                                                               \
+        if (node == nullptr)                                                                                 \
             return SIM_NEXT(symbol)(fd, command, argument);                                                  \
-        }                                                                                                    \
         Event event(Call::Fcntl, node->path, fd);                                                            \
         event.request = command == F_GETFD   ? "get descriptor flags"                                        \
                         : command == F_SETFD ? "set descriptor flags"                                        \
@@ -274,9 +267,8 @@ SIM_WRAP(int, dup3, (int fd, int target, int flags))
         if (!InjectFault(event)) {                                                                           \
             event.result = SIM_NEXT(symbol)(fd, command, argument);                                          \
             event.error = errno;                                                                             \
-            if (command == F_DUPFD || command == F_DUPFD_CLOEXEC) {                                          \
+            if (command == F_DUPFD || command == F_DUPFD_CLOEXEC)                                            \
                 CopyNode(fd, static_cast<int>(event.result));                                                \
-            }                                                                                                \
         }                                                                                                    \
         return static_cast<int>(Finish(event));                                                              \
     }
@@ -284,7 +276,7 @@ SIM_WRAP(int, dup3, (int fd, int target, int flags))
 SIM_WRAP_FCNTL(fcntl)
 SIM_WRAP_FCNTL(fcntl64)
 
-// ------------------------------------------------------------------------------------------- requests, bytes
+// ---- Requests, bytes
 
 #define SIM_WRAP_IOCTL(symbol)                                                                               \
     SIM_WRAP(int, symbol, (int fd, unsigned long request, ...))                                              \
@@ -301,37 +293,41 @@ SIM_WRAP_IOCTL(ioctl)
 
 SIM_WRAP(ssize_t, read, (int fd, void *dest, size_t count))
 {
-    return MoveBytes(Call::Read, fd, [=] { return SIM_NEXT(read)(fd, dest, count); });
+    return MoveBytes(
+        Call::Read, fd, [=] { return SIM_NEXT(read)(fd, dest, count); });
 }
 
 SIM_WRAP(ssize_t, __read_chk, (int fd, void *dest, size_t count, size_t room))
 {
-    return MoveBytes(Call::Read, fd, [=] { return SIM_NEXT(__read_chk)(fd, dest, count, room); });
+    return MoveBytes(
+        Call::Read, fd, [=] { return SIM_NEXT(__read_chk)(fd, dest, count, room); });
 }
 
 SIM_WRAP(ssize_t, write, (int fd, const void *source, size_t count))
 {
-    return MoveBytes(Call::Write, fd, [=] { return SIM_NEXT(write)(fd, source, count); });
+    return MoveBytes(
+        Call::Write, fd, [=] { return SIM_NEXT(write)(fd, source, count); });
 }
 
 SIM_WRAP(int, fsync, (int fd))
 {
-    return static_cast<int>(MoveBytes(Call::Fsync, fd, [=] { return SIM_NEXT(fsync)(fd); }));
+    return static_cast<int>(MoveBytes(
+        Call::Fsync, fd, [=] { return SIM_NEXT(fsync)(fd); }));
 }
 
 SIM_WRAP(int, fdatasync, (int fd))
 {
-    return static_cast<int>(MoveBytes(Call::Fsync, fd, [=] { return SIM_NEXT(fdatasync)(fd); }));
+    return static_cast<int>(MoveBytes(
+        Call::Fsync, fd, [=] { return SIM_NEXT(fdatasync)(fd); }));
 }
 
-// ------------------------------------------------------------------------------------------------- mappings
+// ---- Mappings
 
 SIM_WRAP(void *, mmap, (void *where, size_t length, int protection, int flags, int fd, long offset))
 {
     const Node *node = NodeOf(fd);
-    if (node == nullptr || !IsDevice(*node)) {
+    if (node == nullptr || !IsDevice(*node))
         return SIM_NEXT(mmap)(where, length, protection, flags, fd, offset);
-    }
     // An offset above 2 GiB is negative where it has 32 bits.
     const auto unsignedOffset = static_cast<unsigned long>(offset);
     return MapNode(*node, length, flags | LowAddress(*node), unsignedOffset,
@@ -343,9 +339,8 @@ SIM_WRAP(void *, mmap, (void *where, size_t length, int protection, int flags, i
 SIM_WRAP(void *, mmap64, (void *where, size_t length, int protection, int flags, int fd, int64_t offset))
 {
     const Node *node = NodeOf(fd);
-    if (node == nullptr || !IsDevice(*node)) {
+    if (node == nullptr || !IsDevice(*node))
         return SIM_NEXT(mmap64)(where, length, protection, flags, fd, offset);
-    }
     const auto unsignedOffset = static_cast<uint64_t>(offset);
     return MapNode(
         *node, length, flags | LowAddress(*node), unsignedOffset, [=](int how, int file, uint64_t at) {
@@ -356,9 +351,8 @@ SIM_WRAP(void *, mmap64, (void *where, size_t length, int protection, int flags,
 SIM_WRAP(int, munmap, (void *address, size_t length))
 {
     Mapping *mapping = MappingAt(reinterpret_cast<uintptr_t>(address));
-    if (mapping == nullptr) {
+    if (mapping == nullptr)
         return SIM_NEXT(munmap)(address, length);
-    }
     Event event(Call::Munmap, mapping->kind == NodeKind::Cmem ? "/dev/cmem" : "/dev/csl1");
     event.words[0] = mapping->phys;
     event.words[1] = static_cast<uint32_t>(length);

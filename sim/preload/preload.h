@@ -20,7 +20,7 @@
 #include <errno.h>
 
 #define SIM_WRAP(result, symbol, parameters)                                                                 \
-    extern "C" __attribute__((visibility("default"))) result wrap_##symbol parameters __asm__(#symbol);      \
+    extern "C" [[gnu::visibility("default")]] result wrap_##symbol parameters __asm__(#symbol);              \
     result wrap_##symbol parameters
 
 /// The wrapped function behind wrapper `symbol`, found once.
@@ -41,9 +41,8 @@ namespace sim
 /// no byte. The file stays a file, which /dev/full is not.
 inline void FillUp(int fd, const char *path)
 {
-    if (host::MakeReadOnly(fd, path)) {
+    if (host::MakeReadOnly(fd, path))
         NodeOf(fd)->full = true;
-    }
 }
 
 /// Makes a call that may write to a file on a full flash: the failure is one for want of room.
@@ -64,9 +63,8 @@ long CallOnPath(Call call, const char *path, bool changes, Real real)
 {
     Place place;
     FindPlace(path, &place);
-    if (place.kind == NodeKind::None) {
+    if (place.kind == NodeKind::None)
         return real(path);
-    }
     Event event(call, path);
     if (!InjectFault(event) && !(place.kind == NodeKind::File && InjectFlashFault(event, changes))) {
         if (!place.exists) {

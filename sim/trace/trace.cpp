@@ -38,18 +38,15 @@ void StartTrace()
 {
     const char *mode = getenv(kTraceVariable);
     const char *file = getenv(kTraceFileVariable);
-    if (mode == nullptr) {
+    if (mode == nullptr)
         return;
-    }
     const int fd = file != nullptr ? host::Open(file, O_WRONLY | O_CREAT | O_APPEND, 0644) : STDERR_FILENO;
     // Out of the program's way: it gets the descriptors that it would get on the board.
     gFd = fd < 0 ? -1 : host::MoveUp(fd);
-    if (file != nullptr && fd >= 0) {
+    if (file != nullptr && fd >= 0)
         host::Close(fd);
-    }
-    if (gFd < 0) {
+    if (gFd < 0)
         return;
-    }
     gColour = strcmp(mode, "colour") == 0;
     gMode = strcmp(mode, "json") == 0 ? TraceMode::Json : TraceMode::Human;
 }
@@ -63,24 +60,21 @@ void TraceEvent(const Event &event, uint64_t endNs)
 {
     const WordLock lock(&gLock);
     CountEvent(event, endNs);
-    if (gMode == TraceMode::Json) {
+    if (gMode == TraceMode::Json)
         TellProgram(event, endNs, gFd);
-    } else {
+    else
         TellPerson(event, endNs, gFd, gColour);
-    }
 }
 
 void EndTrace()
 {
-    if (!IsTracing()) {
+    if (!IsTracing())
         return;
-    }
     const WordLock lock(&gLock);
-    if (gMode == TraceMode::Json) {
+    if (gMode == TraceMode::Json)
         SumUpForProgram(gTotals, BoardNs(), gFd);
-    } else {
+    else
         SumUpForPerson(gTotals, BoardNs(), gFd);
-    }
 }
 
 } // namespace sim

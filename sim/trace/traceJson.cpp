@@ -21,18 +21,16 @@ void AddJsonFields(Line *line, const Event &event)
         line->Add("%s{\"name\":\"%s\",", comma, field.name);
         comma = ",";
         if (field.registers > 2) {
-            for (int i = 0; i < field.registers; ++i) {
+            for (int i = 0; i < field.registers; ++i)
                 line->Add("%s%u", i == 0 ? "\"values\":[" : ",", spread.after[field.reg + i]);
-            }
             line->Add("]}");
             return;
         }
         const uint32_t value = FieldValue(field, spread.after);
         char meaning[80];
         DescribeValue(field, value, meaning, sizeof(meaning));
-        if (event.isWrite) {
+        if (event.isWrite)
             line->Add("\"before\":%u,", FieldValue(field, spread.before));
-        }
         line->Add("\"value\":%u%s%s%s}", value, meaning[0] != '\0' ? ",\"meaning\":\"" : "", meaning,
                   meaning[0] != '\0' ? "\"" : "");
     });
@@ -42,18 +40,15 @@ void AddJsonFields(Line *line, const Event &event)
 void AddJsonTransfer(Line *line, const Event &event)
 {
     line->Add(",\"slave\":%u,\"count\":%u,\"dataSize\":%u", event.slave, event.targetCount, event.dataSize);
-    if (event.targetCount > 0) {
+    if (event.targetCount > 0)
         line->Add(",\"first\":%u", event.reg[0]);
-    }
-    if (event.result < 0) {
+    if (event.result < 0)
         return;
-    }
     line->Add(",\"registers\":[");
     for (uint32_t i = 0; i < event.count; ++i) {
         line->Add("%s{\"address\":%u,", i == 0 ? "" : ",", event.reg[i]);
-        if (event.isWrite) {
+        if (event.isWrite)
             line->Add("\"before\":%u,", event.before[i]);
-        }
         line->Add("\"value\":%u}", event.after[i]);
     }
     line->Add("]");
@@ -81,9 +76,8 @@ void AddJsonDetails(Line *line, const Event &event)
         line->Add(",\"us\":%.3f", event.sleepUs);
         break;
     default:
-        for (uint32_t i = 0; i < event.wordCount; ++i) {
+        for (uint32_t i = 0; i < event.wordCount; ++i)
             line->Add("%s%u", i == 0 ? ",\"words\":[" : ",", event.words[i]);
-        }
         line->Add("%s", event.wordCount > 0 ? "]" : "");
     }
 }
@@ -99,21 +93,18 @@ void TellProgram(const Event &event, uint64_t endNs, int fd)
         line.Add(",\"path\":");
         line.Quote(event.path);
     }
-    if (event.request[0] != '\0') {
+    if (event.request[0] != '\0')
         line.Add(",\"request\":\"%s\"", event.request);
-    }
     if (event.text[0] != '\0') {
         line.Add(",\"text\":");
         line.Quote(event.text);
     }
     AddJsonDetails(&line, event);
     line.Add(",\"result\":%ld", event.result);
-    if (event.result < 0) {
+    if (event.result < 0)
         line.Add(",\"errno\":\"%s\"", ErrorName(event.error));
-    }
-    if (event.fault != 0) {
+    if (event.fault != 0)
         line.Add(",\"fault\":%u", event.fault);
-    }
     line.Add("}");
     line.Write(fd);
 }

@@ -27,13 +27,12 @@ void Line::Quote(const char *words)
     Add("\"");
     for (; *words != '\0'; ++words) {
         const auto letter = static_cast<unsigned char>(*words);
-        if (letter == '"' || letter == '\\') {
+        if (letter == '"' || letter == '\\')
             Add("\\%c", letter);
-        } else if (letter < 0x20) {
+        else if (letter < 0x20)
             Add("\\u%04x", letter);
-        } else {
+        else
             Add("%c", letter);
-        }
     }
     Add("\"");
 }
@@ -56,11 +55,9 @@ void SpreadRegisters(const Event &event, Spread *spread)
 
 bool IsTouched(const Spread &spread, const Field &field)
 {
-    for (int i = 0; i < field.registers; ++i) {
-        if (!spread.touched[field.reg + i]) {
+    for (int i = 0; i < field.registers; ++i)
+        if (!spread.touched[field.reg + i])
             return false;
-        }
-    }
     return true;
 }
 

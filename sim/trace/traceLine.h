@@ -20,7 +20,7 @@ namespace sim
 class Line
 {
   public:
-    __attribute__((format(printf, 2, 3))) void Add(const char *format, ...);
+    [[gnu::format(printf, 2, 3)]] void Add(const char *format, ...);
     /// A text in quotes, as JSON writes it.
     void Quote(const char *words);
     void Write(int fd);
@@ -56,13 +56,11 @@ void ForEachField(const Spread &spread, Each each)
     bool told[257] = {};
     for (int wide = 1; wide >= 0; --wide) {
         for (const Field *field = FieldsBegin(); field != FieldsEnd(); ++field) {
-            if ((field->registers > 1) != (wide == 1) || !IsTouched(spread, *field) || told[field->reg]) {
+            if ((field->registers > 1) != (wide == 1) || !IsTouched(spread, *field) || told[field->reg])
                 continue;
-            }
             each(*field);
-            if (wide == 1) {
+            if (wide == 1)
                 memset(told + field->reg, true, field->registers);
-            }
         }
     }
 }
@@ -71,11 +69,9 @@ void ForEachField(const Spread &spread, Each each)
 template <class Each>
 void ForEachOpenNode(Each each)
 {
-    for (int fd = 0; fd < 1024; ++fd) {
-        if (const Node *node = NodeOf(fd)) {
+    for (int fd = 0; fd < 1024; ++fd)
+        if (const Node *node = NodeOf(fd))
             each(fd, node->path);
-        }
-    }
 }
 
 double Ms(uint64_t ns);

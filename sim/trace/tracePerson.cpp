@@ -50,18 +50,16 @@ const char *Colour(const char *code)
 
 const char *DeviceName(const Event &event)
 {
-    if (strncmp(event.path, "/dev/", 5) == 0) {
+    if (strncmp(event.path, "/dev/", 5) == 0)
         return strcmp(event.path, "/dev/dev_i2c") == 0 ? "i2c" : event.path + 5;
-    }
     return event.path[0] == '/' ? "file" : NameOf(event.call);
 }
 
 void AddBlock(Line *line, const Field &field, const uint8_t *values)
 {
     line->Add("%s", field.name);
-    for (int i = 0; i < field.registers; ++i) {
+    for (int i = 0; i < field.registers; ++i)
         line->Add(" %u", values[field.reg + i]);
-    }
 }
 
 // "AeSwitch on", "MnlAgn 64 (gain 2.000)", "LongExp 0 -> 29 (29 further frames)"
@@ -81,24 +79,21 @@ void AddField(Line *line, const Field &field, const Spread &spread, bool isWrite
         line->Add(changed ? "%s -> %s" : "%.0s%s", before != 0 ? "on" : "off", meaning);
         return;
     }
-    if (changed) {
+    if (changed)
         line->Add("%u -> ", before);
-    }
     line->Add("%u", after);
-    if (meaning[0] != '\0') {
+    if (meaning[0] != '\0')
         line->Add(" (%s)", meaning);
-    }
 }
 
 void AddRange(Line *line, const Event &event)
 {
-    if (event.count == 0) {
+    if (event.count == 0)
         line->Add("nothing");
-    } else if (event.count == 1) {
+    else if (event.count == 1)
         line->Add("0x%02X      ", event.reg[0]);
-    } else {
+    else
         line->Add("0x%02X-0x%02X ", event.reg[0], event.reg[event.count - 1]);
-    }
 }
 
 void AddTransfer(Line *line, const Event &event)
@@ -107,9 +102,8 @@ void AddTransfer(Line *line, const Event &event)
     if (event.result < 0) {
         line->Add("%u register%s of slave 0x%02X", event.targetCount, event.targetCount == 1 ? "" : "s",
                   event.slave);
-        if (event.targetCount > 0) {
+        if (event.targetCount > 0)
             line->Add(" from 0x%02X", event.reg[0]);
-        }
         return;
     }
     AddRange(line, event);
@@ -122,17 +116,13 @@ void AddTransfer(Line *line, const Event &event)
         AddField(line, field, spread, event.isWrite);
         comma = ", ";
     });
-    for (uint32_t i = 0; i < event.count; ++i) {
+    for (uint32_t i = 0; i < event.count; ++i)
         anyChange = anyChange || event.before[i] != event.after[i];
-    }
-    if (comma[0] == ' ') { // no field has a name here
-        for (uint32_t i = 0; i < event.count; ++i) {
+    if (comma[0] == ' ') // no field has a name here
+        for (uint32_t i = 0; i < event.count; ++i)
             line->Add(" 0x%02X", event.after[i]);
-        }
-    }
-    if (event.isWrite && !anyChange) {
+    if (event.isWrite && !anyChange)
         line->Add("%s, as before%s", Colour(kFaint), Colour(kPlain));
-    }
 }
 
 void AddPin(Line *line, const Event &event)
@@ -142,9 +132,8 @@ void AddPin(Line *line, const Event &event)
     line->Add("%s, pin %u (%s)", event.request, pin, PinName(pin));
     if (event.call == Call::GioSet || event.call == Call::GioConfig) {
         line->Add(": ");
-        if (event.result == 0 && event.words[2] != level) {
+        if (event.result == 0 && event.words[2] != level)
             line->Add("%s -> ", LevelName(pin, event.words[2]));
-        }
         line->Add("%s", LevelName(pin, level));
     }
 }
@@ -174,15 +163,12 @@ void AddStory(Line *line, const Event &event)
         break;
     default:
         line->Add("%s", event.request[0] != '\0' ? event.request : NameOf(event.call));
-        for (uint32_t i = 0; i < event.wordCount; ++i) {
+        for (uint32_t i = 0; i < event.wordCount; ++i)
             line->Add("%s0x%08X", i == 0 ? ": " : ", ", event.words[i]);
-        }
-        if (event.path[0] != '\0' && strncmp(event.path, "/dev/", 5) != 0) {
+        if (event.path[0] != '\0' && strncmp(event.path, "/dev/", 5) != 0)
             line->Add(" %s", event.path);
-        }
-        if (event.text[0] != '\0') {
+        if (event.text[0] != '\0')
             line->Add(" %s", event.text);
-        }
     }
 }
 
@@ -192,18 +178,16 @@ void AddFailure(Line *line, const Event &event)
         line->Add("%s  failed: %s, %s%s", Colour(kRed), ErrorName(event.error), strerror(event.error),
                   Colour(kPlain));
     }
-    if (event.fault != 0) {
+    if (event.fault != 0)
         line->Add(" %s[fault %u]%s", Colour(kRed), event.fault, Colour(kPlain));
-    }
 }
 
 // Time, the pauses since the line before, what the call took, and which device.
 void BeginLine(Line *line, uint64_t startNs, uint64_t endNs, const char *device)
 {
     char paused[24] = "";
-    if (gPerson.gapNs > 0) {
+    if (gPerson.gapNs > 0)
         snprintf(paused, sizeof(paused), "%.2f", Ms(gPerson.gapNs));
-    }
     gPerson.gapNs = 0;
     line->Add("%9.2f %s%8s %6.0f%s  %s%-7s%s ", Ms(startNs), Colour(kFaint), paused,
               static_cast<double>(endNs - startNs) / 1e3, Colour(kPlain), Colour(kCyan), device,
@@ -283,9 +267,8 @@ bool BelongsToRow(const Event &event)
 
 void HoldRow(const Event &event, uint64_t endNs)
 {
-    if (gPerson.rowCount > 0 && (gPerson.rowCall != event.call || gPerson.gapNs > 0)) {
+    if (gPerson.rowCount > 0 && (gPerson.rowCall != event.call || gPerson.gapNs > 0))
         TellRow();
-    }
     const char number = event.path[8];
     if (gPerson.rowCount++ == 0) {
         gPerson.rowCall = event.call;
@@ -299,12 +282,10 @@ void HoldRow(const Event &event, uint64_t endNs)
 // What is held back is told before anything else.
 void TellHeld(uint64_t nowNs)
 {
-    if (gPerson.rowCount > 0) {
+    if (gPerson.rowCount > 0)
         TellRow();
-    }
-    if (gPerson.polls > 0) {
+    if (gPerson.polls > 0)
         TellPolls(nowNs, nowNs, false);
-    }
 }
 
 } // namespace
@@ -314,20 +295,18 @@ void TellPerson(const Event &event, uint64_t endNs, int fd, bool colour)
     gPerson.fd = fd;
     gPerson.colour = colour;
     if (event.call == Call::Sleep && event.result == 0 && event.fault == 0) {
-        if (gPerson.rowCount > 0) {
+        if (gPerson.rowCount > 0)
             TellRow();
-        }
         gPerson.gapNs += endNs - event.startNs;
         return;
     }
     if (IsReflectRead(event)) {
         const uint32_t bits = event.after[0] | static_cast<uint32_t>(event.after[1]) << 8 |
                               static_cast<uint32_t>(event.after[2]) << 16;
-        if (bits == 0) {
+        if (bits == 0)
             TellPolls(event.startNs, endNs, true);
-        } else {
+        else
             HoldPoll(event, bits);
-        }
         return;
     }
     if (BelongsToRow(event)) {
