@@ -10,6 +10,7 @@ set(kelisp_arm_flags "-march=armv5te -mthumb -mfloat-abi=soft -fno-pie -D_FILE_O
 set(CMAKE_C_FLAGS_INIT "${kelisp_arm_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${kelisp_arm_flags}")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-no-pie")
+set(CMAKE_POSITION_INDEPENDENT_CODE OFF)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabi)
 set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabi)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

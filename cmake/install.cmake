@@ -1,16 +1,19 @@
 # SPDX-License-Identifier: MIT
 # What is installed, by component: runtime (programs), library, dev, sim. Packages are in packaging.cmake.
-option(KELISP_PACKAGES "Install the library as packages want it, shared and static at once" OFF)
 
 install(TARGETS camStat drvI2cTest camConf RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+if(KELISP_SIM)
+    install(TARGETS camSim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT sim)
+    install(TARGETS camsimBoard LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/camSim COMPONENT sim)
+endif()
 
 if(KELISP_PACKAGES)
     # Position-independent, unlike the objects of the programs: others link it into programs of any kind.
     kel_library(kelisp_shared SHARED ${kelisp_sources})
     kel_library(kelisp_static STATIC ${kelisp_sources})
     set_target_properties(kelisp_static PROPERTIES POSITION_INDEPENDENT_CODE ON EXPORT_NAME kelisp_static
-        ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/package)
-    set_target_properties(kelisp_shared PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/package)
+        ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/package)
+    set_target_properties(kelisp_shared PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/package)
     set(kelisp_installed kelisp_shared kelisp_static)
 else()
     set(kelisp_installed kelisp)
@@ -26,9 +29,34 @@ install(DIRECTORY kelisp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 include(CMakePackageConfigHelpers)
 set(kelisp_cmake_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kelisp)
 install(EXPORT kelisp NAMESPACE kelisp:: FILE kelispConfig.cmake DESTINATION ${kelisp_cmake_folder} COMPONENT dev)
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/kelispConfigVersion.cmake COMPATIBILITY SameMinorVersion)
-configure_file(cmake/kelisp.pc.in ${CMAKE_BINARY_DIR}/kelisp.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/kelispConfigVersion.cmake DESTINATION ${kelisp_cmake_folder} COMPONENT dev)
-install(FILES ${CMAKE_BINARY_DIR}/kelisp.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kelispConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+file(RELATIVE_PATH kelisp_prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(cmake/kelisp.pc.in ${PROJECT_BINARY_DIR}/kelisp.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/kelispConfigVersion.cmake DESTINATION ${kelisp_cmake_folder} COMPONENT dev)
+install(FILES ${PROJECT_BINARY_DIR}/kelisp.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+# kel_pages(COMPONENT PROGRAM_OR_PAGE...): manual pages, and the completion of programs; the shell looks for a file with the
+# name of the program, so each program has the one file under its name.
+function(kel_pages component)
+    foreach(page IN LISTS ARGN)
+        string(REGEX MATCH "[0-9]$" section ${page})
+        install(FILES man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+        if(section EQUAL 1)
+            string(REGEX REPLACE "\\.1$" "" program ${page})
+            install(FILES tools/completion/camStat.bash RENAME ${program} COMPONENT ${component}
+                DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+        endif()
+    endforeach()
+endfunction()
+if(KELISP_PACKAGES OR NOT CMAKE_CROSSCOMPILING) # a board gets the programs alone
+    install(PROGRAMS tools/i2cErrPlot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+    kel_pages(runtime camConf.1 camStat.1 conf.img.5 drvI2cTest.1 i2cErrPlot.1)
+    kel_pages(dev kelisp.3)
+    install(FILES docs/operating.md docs/registers.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/camstat COMPONENT runtime)
+    install(FILES docs/library.md docs/porting.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkelisp-dev COMPONENT dev)
+    if(KELISP_SIM)
+        kel_pages(sim camSim.1)
+    endif()
+endif()
 
 include(cmake/packaging.cmake)

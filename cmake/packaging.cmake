@@ -4,7 +4,7 @@
 set(CPACK_PACKAGE_NAME camstat)
 set(CPACK_PACKAGE_CONTACT "The camStat authors <camstat@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
-set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -51,15 +51,15 @@ endmacro()
 
 # Every package carries its licence and its changes.
 function(kel_package_documents component name)
-    install(FILES ${CMAKE_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} RENAME copyright
+    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} RENAME copyright
         COMPONENT ${component})
-    install(FILES ${CMAKE_BINARY_DIR}/changelog.Debian.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
+    install(FILES ${PROJECT_BINARY_DIR}/changelog.Debian.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name}
         COMPONENT ${component})
 endfunction()
 
-file(WRITE ${CMAKE_BINARY_DIR}/changelog.Debian "camstat (${PROJECT_VERSION}-1) unstable; urgency=medium\n\n"
+file(WRITE ${PROJECT_BINARY_DIR}/changelog.Debian "camstat (${PROJECT_VERSION}-1) unstable; urgency=medium\n\n"
     "  * See the project's CHANGELOG.md.\n\n -- ${CPACK_PACKAGE_CONTACT}  Sun, 22 Nov 2026 12:00:00 +0000\n")
-execute_process(COMMAND gzip -9nf ${CMAKE_BINARY_DIR}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND gzip -9nf ${PROJECT_BINARY_DIR}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
 
 kel_package(runtime camstat utils "${needs_libc}" "diagnostic and control tool of an IP-camera board"
     "camStat prints what the camera's exposure and white balance are doing,
@@ -80,10 +80,10 @@ flash, faults on request, and a trace.")
 endif()
 
 # What other packages need of the library's, and the linker cache that follows its installation.
-file(WRITE ${CMAKE_BINARY_DIR}/shlibs
+file(WRITE ${PROJECT_BINARY_DIR}/shlibs
     "libkelisp ${PROJECT_VERSION_MAJOR} libkelisp${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})\n")
-file(WRITE ${CMAKE_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/shlibs ${CMAKE_BINARY_DIR}/triggers)
+file(WRITE ${PROJECT_BINARY_DIR}/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/shlibs ${PROJECT_BINARY_DIR}/triggers)
 
 # Debian keeps manual pages compressed; a plain installation does not.
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)

@@ -13,6 +13,8 @@ shift 4
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+export TMPDIR="$work" # of the tools
+trap 'exit 1' HUP INT TERM
 root=$work/root
 
 step() { echo "packageTest: $*"; }
@@ -38,12 +40,29 @@ dpkg_there() {
 }
 dpkg_there --install "$work"/packages/*.deb
 
+step "where things are"
+libraries=$(cd "$root" && find usr -name 'lib*.so.*' -o -name 'lib*.so' -o -name 'lib*.a' -o -name kelisp.pc)
+folder=usr/lib/$("$compiler" -print-multiarch)
+for file in $libraries; do
+    case $file in "$folder"/*) ;; *) echo "not in the multiarch folder: $file" && exit 1 ;; esac
+done
+# Manual pages cite nothing but what is installed.
+find "$root/usr/share/man" -name '*.gz' -exec zcat {} + >"$work/pages"
+sed -n 's/^\.Xr \([^ ]*\) \([1-8]\).*/share\/man\/man\2\/\1.\2.gz/p; s/^\.Pa \/usr\/\(.*[^ .,]\)[ .,]*$/\1/p; s/^\.Pa \(docs\/[^ ]*\).*/\1/p' \
+    "$work/pages" | sort -u | while read -r cited; do
+    [ -e "$root/usr/$cited" ] || echo "$cited"
+done >"$work/missing"
+[ ! -s "$work/missing" ] || {
+    echo "cited by manual pages, not installed: $(cat "$work/missing")"
+    exit 1
+}
+
 step "run the packaged program"
 "$@" "$root/usr/bin/camStat" -h | grep -q '^Usage: camStat v'
 if [ -n "${CAMSIM:-}" ]; then
-    "$CAMSIM" --board "$work/board" ${1:+--emulator "$*"} --library "$root/usr/lib/camSim/libcamsim.so" \
+    "$CAMSIM" --board "$work/board" ${1:+--emulator "$*"} --library "$root/$folder/camSim/libcamsim.so" \
         "$root/usr/bin/camStat" -e 30 2000 1000 | grep -q 'Set Shutter=33333.33 usec'
-    "$CAMSIM" --board "$work/board" ${1:+--emulator "$*"} --library "$root/usr/lib/camSim/libcamsim.so" \
+    "$CAMSIM" --board "$work/board" ${1:+--emulator "$*"} --library "$root/$folder/camSim/libcamsim.so" \
         "$root/usr/bin/camStat" -r | grep -q '^Exposure Time.*1/30 sec$'
 fi
 
@@ -72,16 +91,29 @@ endforeach()
 C
 toolchain=$(sed -n 's/^CMAKE_TOOLCHAIN_FILE:[A-Z]*=//p' "$build/CMakeCache.txt")
 cmake -G Ninja -S "$work" -B "$work/use" ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} \
-    -Dkelisp_DIR="$root/usr/lib/cmake/kelisp" >"$work/use.log" && cmake --build "$work/use" >>"$work/use.log" || {
+    -Dkelisp_DIR="$root/$folder/cmake/kelisp" >"$work/use.log" && cmake --build "$work/use" >>"$work/use.log" || {
     cat "$work/use.log"
     exit 1
 }
 for program in kelisp_c kelisp_cxx kelisp_static_c kelisp_static_cxx; do
     [ "$("$@" "$work/use/$program")" = "2.404 141" ]
 done
-flags=$(PKG_CONFIG_PATH=$root/usr/lib/pkgconfig pkg-config --cflags --libs kelisp)
-# shellcheck disable=SC2086
-"$compiler" -std=c11 -pedantic -Wall -Wextra -Werror "$work/use.c" $flags -o "$work/useByPkgConfig"
+# What pkg-config says links every public function from the archive, statically, and the archive into a shared object.
+export PKG_CONFIG_PATH="$root/$folder/pkgconfig" PKG_CONFIG_LIBDIR="$root/$folder/pkgconfig"
+compiled="-std=c11 -pedantic -Wall -Wextra -Werror $(pkg-config --cflags kelisp)"
+{
+    echo '#include <kelisp.h>'
+    echo 'int main(void) { return 0; }'
+    readelf -sW "$root/$folder/libkelisp.so" | awk '$5 == "GLOBAL" && $6 == "DEFAULT" && $7 != "UND" {
+        print "extern const char " $8 "_there __asm__(\"" $8 "\"); const char *const use_" $8 " = &" $8 "_there;" }'
+} >"$work/all.c"
+# shellcheck disable=SC2046,SC2086
+{
+    "$compiler" $compiled "$work/use.c" $(pkg-config --libs kelisp) -o "$work/useByPkgConfig"
+    "$compiler" $compiled -static "$work/all.c" $(pkg-config --libs kelisp) -o "$work/useAll"
+    "$compiler" -shared -Wl,-z,text,-z,defs -o "$work/use.so" \
+        -Wl,--whole-archive "$root/$folder/libkelisp.a" -Wl,--no-whole-archive $(pkg-config --libs-only-l kelisp | sed 's/-lkelisp//')
+}
 
 step "remove"
 dpkg_there --remove camstat camsim libkelisp-dev libkelisp0
