@@ -9,8 +9,8 @@ endif()
 
 if(KELISP_PACKAGES)
     # Position-independent, unlike the objects of the programs: others link it into programs of any kind.
-    kel_library(kelisp_shared SHARED ${kelisp_sources})
-    kel_library(kelisp_static STATIC ${kelisp_sources})
+    kel_library(kelisp_shared SHARED)
+    kel_library(kelisp_static STATIC)
     set_target_properties(kelisp_static PROPERTIES POSITION_INDEPENDENT_CODE ON EXPORT_NAME kelisp_static
         ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/package)
     set_target_properties(kelisp_shared PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/package)

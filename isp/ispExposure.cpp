@@ -25,7 +25,7 @@ constexpr uint32_t kMaxLongExpFrames = 127; // 7 bits
 constexpr uint32_t kMaxLines = 65535;       // 16 bits
 
 using Getter = int (*)(uint8_t *);
-using Setter = int (*)(const uint8_t *);
+using CodeSetter = int (*)(const uint8_t *);
 using GainSetter = int (*)(double);
 
 double AgainOf(uint8_t code)
@@ -48,7 +48,7 @@ double GetGain(Getter get, double (*convert)(uint8_t), const char *step,
 }
 
 /// Writes an analog gain to its register.
-int PutAgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION(),
+int PutAgain(double gain, CodeSetter set, const char *step, const char *function = __builtin_FUNCTION(),
              int line = __builtin_LINE())
 {
     const int found = CXD3193AR_AgainTable_Again2RegValue(gain);
@@ -60,7 +60,7 @@ int PutAgain(double gain, Setter set, const char *step, const char *function = _
 }
 
 /// Writes a digital gain to its register.
-int PutDgain(double gain, Setter set, const char *step, const char *function = __builtin_FUNCTION(),
+int PutDgain(double gain, CodeSetter set, const char *step, const char *function = __builtin_FUNCTION(),
              int line = __builtin_LINE())
 {
     const uint8_t code = CXD3193AR_Dgain2RegValue(gain);
