@@ -14,22 +14,17 @@ namespace kel
 
 constexpr size_t kLineSize = 256;
 
-/// Reads up to and with the next line feed, at most 255 bytes, and terminates them. Unlike fgets alone it
-/// tells the length, so that zero bytes are not lost. Returns 0 at the end of the stream and on a read error.
+/// Reads up to and with the next line feed, at most 255 bytes, and terminates them. Zero bytes are bytes like
+/// all others. Returns their number, 0 at the end of the stream and on a read error.
 inline size_t ReadLine(FILE *stream, char (&line)[kLineSize])
 {
-    // In a buffer full of line feeds the first one is the line's own when fgets put its terminator behind it,
-    // and otherwise the one behind the terminator.
-    memset(line, '\n', sizeof(line));
-    if (fgets(line, sizeof(line), stream) == nullptr) {
-        line[0] = '\0';
-        return 0;
-    }
-    const void *feed = memchr(line, '\n', sizeof(line));
-    if (feed == nullptr)
-        return sizeof(line) - 1;
-    const size_t at = static_cast<size_t>(static_cast<const char *>(feed) - line);
-    return at + 1 < sizeof(line) && line[at + 1] == '\0' ? at + 1 : at - 1;
+    size_t length = 0;
+    for (int c = 0; c != '\n' && length + 1 < sizeof(line) && (c = getc_unlocked(stream)) != EOF;)
+        line[length++] = static_cast<char>(c);
+    if (ferror(stream) != 0)
+        length = 0;
+    line[length] = '\0';
+    return length;
 }
 
 // What ends a value and a key on a line, and a word of an option string.

@@ -3,13 +3,16 @@
 // The key=value store. It knows lines and keys; what the keys mean is the image configuration's business.
 #include "kelisp/sysconf.h"
 
+#include "base/pause.h"
 #include "config/confText.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -19,6 +22,10 @@ namespace
 constexpr char kCannotOpen[] = "can not open sysconf file %s.\n";
 constexpr char kTempSuffix[] = ".tmp";
 constexpr size_t kTempNameSize = SYSCONF_PATH_MAX + sizeof(kTempSuffix);
+constexpr char kAclName[] = "system.posix_acl_access";
+constexpr size_t kAclSize = 1024; // more than a hundred entries
+constexpr uint32_t kLockPauseUs = 10000;
+constexpr int kLockTries = 1000;
 
 static_assert(SYSCONF_LINE_SIZE == kel::kLineSize);
 static_assert(kTempNameSize == 128);
@@ -60,25 +67,59 @@ void CopyValue(const char *text, char *value)
     *value = '\0';
 }
 
-/// Gives the copy the file's owner and mode. What already fits is not asked for again: a file system without
-/// owners refuses even that.
-bool CopyOwnerAndMode(int from, int to)
+/// Opens a stream without waiting for the other end of a pipe.
+FILE *OpenStream(const char *path, int flags, const char *mode)
 {
-    if (from < 0 || to < 0)
-        return true; // a stream without a descriptor has neither
+    const int fd = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0600);
+    FILE *stream = fd < 0 ? nullptr : fdopen(fd, mode);
+    if (stream == nullptr && fd >= 0) {
+        const int firstErrno = errno;
+        close(fd);
+        errno = firstErrno;
+    }
+    return stream;
+}
+
+/// Empties the temporary file, unless something else stands at its name or the file has other names, too.
+bool EmptyTemp(int temp)
+{
+    struct stat have;
+    if (fstat(temp, &have) != 0)
+        return false;
+    errno = EEXIST;
+    return S_ISREG(have.st_mode) && have.st_nlink == 1 && ftruncate(temp, 0) == 0;
+}
+
+/// Gives the copy the file's access-control list, or takes away one that the folder gave it.
+bool CopyAcl(int from, int to)
+{
+    char acl[kAclSize];
+    const ssize_t size = fgetxattr(from, kAclName, acl, sizeof(acl));
+    if (size >= 0)
+        return fsetxattr(to, kAclName, acl, static_cast<size_t>(size), 0) == 0;
+    const bool none = errno == ENODATA && (fremovexattr(to, kAclName) == 0 || errno == ENODATA);
+    return none || errno == EOPNOTSUPP || errno == ENOSYS;
+}
+
+/// Gives the copy the file's owner, access-control list and mode; nobody can open it on the way who could not
+/// open the file. What already fits is not asked for again: a file system without owners refuses even that.
+bool CopyAccess(int from, int to)
+{
     struct stat wanted;
     struct stat have;
     if (fstat(from, &wanted) != 0 || fstat(to, &have) != 0)
         return false;
-    if (!S_ISREG(have.st_mode)) {
-        errno = EEXIST; // somebody put a device or a pipe under the temporary name
+    if (!S_ISREG(wanted.st_mode)) {
+        errno = S_ISDIR(wanted.st_mode) ? EISDIR : EINVAL;
         return false;
     }
     const bool otherOwner = wanted.st_uid != have.st_uid || wanted.st_gid != have.st_gid;
+    if (otherOwner && (have.st_mode & 077) != 0 && fchmod(to, 0600) != 0)
+        return false; // left behind by a writer that was killed
     if (otherOwner && fchown(to, wanted.st_uid, wanted.st_gid) != 0)
         return false;
     const bool otherMode = ((wanted.st_mode ^ have.st_mode) & 07777) != 0;
-    return !(otherOwner || otherMode) || fchmod(to, wanted.st_mode & 07777) == 0;
+    return CopyAcl(from, to) && (!(otherOwner || otherMode) || fchmod(to, wanted.st_mode & 07777) == 0);
 }
 
 /// Writes the source line by line with the key's lines replaced; false when a read or a write failed.
@@ -101,7 +142,7 @@ bool CopyReplaced(FILE *source, FILE *temp, const char *key, const char *value)
 /// Makes the copy whole and durable, and closes both files whatever happens.
 bool WriteCopy(FILE *source, FILE *temp, const char *key, const char *value)
 {
-    bool ok = CopyOwnerAndMode(fileno(source), fileno(temp)) && CopyReplaced(source, temp, key, value) &&
+    bool ok = CopyAccess(fileno(source), fileno(temp)) && CopyReplaced(source, temp, key, value) &&
               fflush(temp) == 0 && fsync(fileno(temp)) == 0;
     int firstErrno = errno;
     if (fclose(source) != 0 && ok) {
@@ -116,18 +157,65 @@ bool WriteCopy(FILE *source, FILE *temp, const char *key, const char *value)
     return ok;
 }
 
-/// Syncs the folder of `path`, so that the rename outlives a power cut. Where the folder cannot be synced,
-/// the file system decides when the new name is on the medium; the content behind either name is whole.
-void SyncFolder(const char *path)
+/// Opens the folder of `path` and waits until no other replacement is under way in it, in any thread of any
+/// process. Returns its descriptor, or the negative errno.
+int LockFolder(const char *path)
 {
-    char folder[SYSCONF_PATH_MAX + 1];
-    if (!kel::FolderOf(path, folder))
-        return;
-    const int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return;
-    (void)fsync(fd);
-    close(fd);
+    char name[SYSCONF_PATH_MAX + 1];
+    if (!kel::FolderOf(path, name))
+        return -ENAMETOOLONG;
+    const int folder = open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0)
+        return -errno;
+    for (int tries = 1; flock(folder, LOCK_EX | LOCK_NB) != 0; ++tries) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || tries == kLockTries) {
+            const int lockErrno = errno;
+            close(folder);
+            return -lockErrno;
+        }
+        kel::PauseUs(kLockPauseUs);
+    }
+    return folder;
+}
+
+/// sysconf_fset in a folder that LockFolder returned.
+int Replace(int folder, const char *path, const char *key, const char *value)
+{
+    FILE *source = OpenStream(path, O_RDONLY, "r");
+    if (source == nullptr)
+        return Fail(kCannotOpen, path);
+
+    char tempName[kTempNameSize];
+    FILE *temp = nullptr;
+    if (folder < 0)
+        errno = -folder;
+    else if (snprintf(tempName, sizeof(tempName), "%s%s", path, kTempSuffix) >=
+             static_cast<int>(kTempNameSize))
+        errno = ENAMETOOLONG;
+    else
+        temp = OpenStream(tempName, O_WRONLY | O_CREAT | O_NOFOLLOW, "w");
+    if (temp == nullptr || !EmptyTemp(fileno(temp))) {
+        Fail("Can not create a temp file for write.");
+        const int firstErrno = errno;
+        fclose(source);
+        if (temp != nullptr)
+            fclose(temp);
+        errno = firstErrno;
+        return -1;
+    }
+
+    if (!WriteCopy(source, temp, key, value)) {
+        const int firstErrno = errno;
+        unlink(tempName);
+        errno = firstErrno;
+        return -1;
+    }
+    if (rename(tempName, path) != 0)
+        return Fail("moving file error.");
+    // Where the folder cannot be synced, the file system decides when the new name is on the medium; the content
+    // behind either name is whole.
+    (void)fsync(folder);
+    return 0;
 }
 
 } // namespace
@@ -165,31 +253,13 @@ int sysconf_fset(const char *path, const char *key, const char *value)
 {
     if (path == nullptr || key == nullptr || value == nullptr)
         return Fail("sysconf_fset invalid args");
-    FILE *source = fopen(path, "r");
-    if (source == nullptr)
-        return Fail(kCannotOpen, path);
-
-    char tempName[kTempNameSize];
-    const bool nameFits = strlen(path) <= SYSCONF_PATH_MAX;
-    if (nameFits)
-        snprintf(tempName, sizeof(tempName), "%s%s", path, kTempSuffix);
-    else
-        errno = ENAMETOOLONG;
-    FILE *temp = nameFits ? fopen(tempName, "w") : nullptr;
-    if (temp == nullptr) {
-        Fail("Can not create a temp file for write.");
-        fclose(source);
-        return -1;
+    const int folder = LockFolder(path);
+    const int status = Replace(folder, path, key, value);
+    if (folder >= 0) {
+        const int firstErrno = errno;
+        flock(folder, LOCK_UN); // a child that another thread has forked shares the descriptor
+        close(folder);
+        errno = firstErrno;
     }
-
-    if (!WriteCopy(source, temp, key, value)) {
-        const int writeErrno = errno;
-        unlink(tempName);
-        errno = writeErrno;
-        return -1;
-    }
-    if (rename(tempName, path) != 0)
-        return Fail("moving file error.");
-    SyncFolder(path);
-    return 0;
+    return status;
 }

@@ -9,7 +9,10 @@
  * characters, each a line of its own. All bytes count, a zero byte too.
  *
  * Messages go to the system log (identity "camStat", LOG_PID and LOG_PERROR, LOG_USER, LOG_ERR), each between
- * its own openlog and closelog. No locks: callers see to it that a file has one writer at a time.
+ * its own openlog and closelog.
+ *
+ * Any number of readers and writers, in threads and processes, may use a file at the same time: replacements in
+ * one folder wait for each other. A stream is one thread's at a time.
  */
 #ifndef KELISP_SYSCONF_H
 #define KELISP_SYSCONF_H
@@ -50,8 +53,13 @@ int sysconf_fget(const char *path, const char *key, char *value);
  * Replaces the value in every line of the key, and adds none: without such a line the content stays the same.
  *
  * A matching line keeps its text up to the first '=', then come '=', the value and a line feed; all other
- * lines are copied byte for byte. The copy goes to `path` + ".tmp", takes over mode and owner of the file, is
- * flushed, synced and closed, and is then renamed over the file; at last the folder is synced.
+ * lines are copied byte for byte. The copy goes to `path` + ".tmp", takes over owner, access-control list and
+ * mode of the file, is flushed, synced and closed, and is then renamed over the file; at last the folder is
+ * synced. All the while an advisory lock (flock) is held on the folder; it is waited for at most 10 s.
+ *
+ * Of a symbolic link at `path` the content is read, and the link is replaced, not the file that it names. What
+ * stands at the temporary name is used only when it is a plain file with that one name, such as a killed
+ * replacement leaves behind; everything else there counts as a temporary file that cannot be created, and stays.
  *
  * @param path   at most SYSCONF_PATH_MAX characters; a longer one
  *               counts as a temporary file that cannot be created
@@ -59,9 +67,10 @@ int sysconf_fget(const char *path, const char *key, char *value);
  * @param value  written as it is: nothing is quoted or escaped
  * @return 0 when the file holds the new content. -1 when it holds the old content: after the messages
  * "sysconf_fset invalid args" (a null argument), "can not open sysconf file %s.\n", "Can not create a temp
- * file for write." or "moving file error." (which leaves the temporary file behind); and without a message,
- * the temporary file removed, when reading, writing, flushing, syncing or closing failed, or when the copy
- * cannot have the file's mode and owner. errno tells more. A folder that cannot be synced after the rename
+ * file for write." (also when the folder cannot be opened for reading, or locked) or "moving file error." (which
+ * leaves the temporary file behind); and without a message, the temporary file removed, when reading, writing,
+ * flushing, syncing or closing failed, when the path is not a plain file's, or when the copy cannot have the
+ * file's owner, access-control list and mode. errno tells more. A folder that cannot be synced after the rename
  * does not count as a failure: the result tells which content the file holds.
  */
 int sysconf_fset(const char *path, const char *key, const char *value);

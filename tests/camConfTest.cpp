@@ -135,7 +135,7 @@ TEST_F(CamConf, ApplyFailuresShow)
         EXPECT_NE(outcome.err.find(line.message), std::string::npos) << outcome.err;
     }
     EXPECT_EQ(Peek("RegCA_3"), "1\n");
-    EXPECT_EQ(board.Run({"camConf", "apply"}, {"--fault", "fgets"}).status, 2);
+    EXPECT_EQ(board.Run({"camConf", "apply"}, {"--fault", "getc"}).status, 2);
 }
 
 TEST_F(CamConf, WatchAppliesDifferencesOnceAndIgnoresItsOwnRewriting)

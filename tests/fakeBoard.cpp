@@ -37,6 +37,7 @@ extern "C" {
 int __real_close(int);
 int __real_fclose(FILE *);
 FILE *__real_fopen(const char *, const char *);
+FILE *__real_fdopen(int, const char *);
 int __real_fcntl(int, int, long);
 int __real_ioctl(int, unsigned long, void *);
 void *__real_mmap(void *, size_t, int, int, int, long);
@@ -403,6 +404,18 @@ FILE *__wrap_fopen(const char *path, const char *mode)
     return file;
 }
 [[gnu::alias("__wrap_fopen")]] FILE *__wrap_fopen64(const char *, const char *);
+
+FILE *__wrap_fdopen(int fd, const char *mode)
+{
+    FakeBoard &board = Board();
+    const std::string path = PathOf(fd);
+    if (!path.empty() && board.Call(Format("fdopen %s %s", path.c_str(), mode)))
+        return nullptr;
+    FILE *file = __real_fdopen(fd, mode);
+    if (file != nullptr && board.open.erase(fd) != 0)
+        board.openFiles[file] = path;
+    return file;
+}
 
 int __wrap_fclose(FILE *file)
 {

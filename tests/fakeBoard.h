@@ -18,6 +18,7 @@
 //   mmap /dev/csl1 10000 1c70000    length and offset of a shared read-write map;  munmap 10000
 //   sleep 1000                 a pause in microseconds (decimal); the virtual clock moves, nobody sleeps
 //   fopen /mnt/nand/x.csv a+   a file of the board, in reality below Board().root;  fclose /mnt/nand/x.csv
+//   fdopen /mnt/nand/x.csv w    a stream on an open descriptor
 //   rename a b   unlink a   fsync   system <command>   fcntl getfd   fcntl 2 1 (command and argument,
 //   decimal) openlog camStat 33 8 (decimal)   syslog 3 <text>   closelog lock   unlock              the print
 //   lock;  mutex_init, gethostname: as they say

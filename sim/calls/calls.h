@@ -23,7 +23,7 @@ namespace sim
     SIM_CALL(Fopen, "fopen", EACCES, "fopen of a file of the board")                                         \
     SIM_CALL(Fclose, "fclose", EIO, "fclose; the stream is closed all the same")                             \
     SIM_CALL(Fflush, "fflush", EIO, "fflush")                                                                \
-    SIM_CALL(Fgets, "fgets", EIO, "fgets; the stream's error mark is set")                                   \
+    SIM_CALL(Getc, "getc", EIO, "getc, once a buffer; the stream's error mark is set")                       \
     SIM_CALL(Fwrite, "fwrite", EIO, "fwrite, fputs, fprintf; the stream's error mark is set")                \
     SIM_CALL(Fsync, "fsync", EIO, "fsync, fdatasync")                                                        \
     SIM_CALL(Rename, "rename", EIO, "rename")                                                                \

@@ -231,18 +231,18 @@ SIM_WRAP(int, fflush, (FILE * stream))
         Call::Fflush, stream, EOF, [=] { return SIM_NEXT(fflush)(stream); });
 }
 
-SIM_WRAP(char *, fgets, (char *dest, int size, FILE *stream))
+// Reading a stream anew, when its buffer is used up: what getc_unlocked calls then, and the call itself where
+// the compiler leaves it one.
+SIM_WRAP(int, __uflow, (FILE * stream))
 {
     return OnStream(
-        Call::Fgets, stream, static_cast<char *>(nullptr),
-        [=] { return SIM_NEXT(fgets)(dest, size, stream); });
+        Call::Getc, stream, EOF, [=] { return SIM_NEXT(__uflow)(stream); });
 }
 
-SIM_WRAP(char *, __fgets_chk, (char *dest, size_t room, int size, FILE *stream))
+SIM_WRAP(int, getc_unlocked, (FILE * stream))
 {
-    return OnStream(
-        Call::Fgets, stream, static_cast<char *>(nullptr),
-        [=] { return SIM_NEXT(__fgets_chk)(dest, room, size, stream); });
+    return stream->_IO_read_ptr < stream->_IO_read_end ? SIM_NEXT(getc_unlocked)(stream)
+                                                       : wrap___uflow(stream);
 }
 
 SIM_WRAP(size_t, fwrite, (const void *source, size_t size, size_t count, FILE *stream))
