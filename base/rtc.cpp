@@ -27,7 +27,7 @@ void LogRtcFailure(const char *format)
 
 int CheckRtc(void)
 {
-    const int fd = open(kRtcPath, O_RDONLY);
+    const int fd = open(kRtcPath, O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         LogRtcFailure("Open %s failed");
         return -1;

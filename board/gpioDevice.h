@@ -16,7 +16,7 @@ namespace kel
 /// Opens the GPIO device for reading and writing; negative after its message.
 inline int OpenGpio()
 {
-    const int fd = open("/dev/gio", O_RDWR);
+    const int fd = open("/dev/gio", O_RDWR | O_CLOEXEC);
     if (fd < 0)
         fputs("[kel_isp] ERROR: open device failed\n", stderr);
     return fd;

@@ -33,7 +33,7 @@ int Transfer(const DrvI2cHndl *handle, unsigned request, uint8_t dataSize, uint8
 
 int DrvI2cOpen(DrvI2cHndl *handle, uint8_t slaveAddr)
 {
-    handle->fd = open(kDevicePath, O_RDWR);
+    handle->fd = open(kDevicePath, O_RDWR | O_CLOEXEC);
     if (handle->fd < 0)
         return -1;
     const int status = ioctl(handle->fd, DRV_I2C_SELECT, static_cast<unsigned long>(slaveAddr));

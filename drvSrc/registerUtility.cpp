@@ -20,11 +20,10 @@ uint8_t gRegAddr[256];
 uint8_t gValue8[256];
 uint16_t gValue16[256];
 
-/// What the command line asks for.
+/// What the command line asks for, but for the first register and the value to write.
 struct Request {
     char action; // 'r', 'w' or 'b'
     uint8_t slaveAddr;
-    uint8_t firstReg;
     uint8_t count;
     uint8_t dataSize;
 };
@@ -65,12 +64,14 @@ bool IsAction(const char *word)
     return strcmp(word, "-r") == 0 || strcmp(word, "-b") == 0 || strcmp(word, "-w") == 0;
 }
 
-/// Reads the words behind the program name; the value of a write goes straight into the value buffers.
+/// Reads the words behind the program name; the first register and the value of a write go straight into the
+/// buffers.
 Request ParseRequest(int argc, char **argv)
 {
-    Request request = {argv[1][1], static_cast<uint8_t>(HexStrToUint(argv[2])), 0, 4, 1};
-    if (argc > 3)
-        request.firstReg = static_cast<uint8_t>(HexStrToUint(argv[3]));
+    Request request = {argv[1][1], static_cast<uint8_t>(HexStrToUint(argv[2])), 4, 1};
+    gRegAddr[0] = argc > 3 ? static_cast<uint8_t>(HexStrToUint(argv[3])) : 0;
+    gValue8[0] = 0;
+    gValue16[0] = 0;
     if (argc > 5)
         request.dataSize = DecimalLow8(argv[5]);
     if (request.dataSize == 0 || request.dataSize > 2)
@@ -88,8 +89,8 @@ Request ParseRequest(int argc, char **argv)
 
 void FillAddresses(const Request &request)
 {
-    for (unsigned i = 0; i < request.count; ++i)
-        gRegAddr[i] = static_cast<uint8_t>(request.firstReg + i);
+    for (unsigned i = 1; i < request.count; ++i)
+        gRegAddr[i] = static_cast<uint8_t>(gRegAddr[0] + i);
 }
 
 void PrintValues(const Request &request)
@@ -135,7 +136,6 @@ int ReadBlock(DrvI2cHndl *handle, const Request &request)
 int WriteRegister(DrvI2cHndl *handle, const Request &request)
 {
     PrintLine(" ");
-    gRegAddr[0] = request.firstReg;
     const bool bytes = request.dataSize == 1;
     const int status =
         bytes ? DrvI2cWrite8(handle, gRegAddr, gValue8, 1) : DrvI2cWrite16(handle, gRegAddr, gValue16, 1);
@@ -183,9 +183,6 @@ int DrvI2cTestMain(int argc, char **argv)
         DrvI2cUsage(argc > 0 ? argv[0] : "drvI2cTest");
         return -1;
     }
-    gRegAddr[0] = 0;
-    gValue8[0] = 0;
-    gValue16[0] = 0;
     const Request request = ParseRequest(argc, argv);
     if (request.slaveAddr == 0) {
         PrintLine(" I2C: Invalid device address");

@@ -82,7 +82,7 @@ int CSL_devOpen(unsigned module)
         return -1;
     char path[16];
     snprintf(path, sizeof(path), "/dev/%s%u", "csl", module);
-    return open(path, O_RDWR);
+    return open(path, O_RDWR | O_CLOEXEC);
 }
 
 int CSL_sysInit(void)

@@ -90,7 +90,7 @@ int Transfer(unsigned request, DrvI2cXfer &xfer)
     const bool write = request == DRV_I2C_WRITE, wide = xfer.dataSize == 2;
     const char *width = wide ? "16" : write || request == DRV_I2C_READ_BLOCK ? "" : "8";
     std::string line = (write ? "w" : "r") + std::string(width);
-    line += xfer.count > 0 ? Format(" %02x", xfer.regAddr[0]) : " -";
+    line += Format(" %02x", xfer.regAddr[0]);
     if (!write)
         line += Format(" %d", xfer.count);
     auto *bytes = static_cast<uint8_t *>(xfer.regValue);
@@ -303,7 +303,9 @@ int __wrap_open(const char *path, int flags, ...)
     const int access = flags & O_ACCMODE;
     int result = -1;
     const char *suffix = access == O_RDWR ? "" : access == O_RDONLY ? " ro" : " wo";
-    if (board.Call(Format("open %s%s", path, suffix), &result))
+    // /dev/cmem is made close-on-exec behind its opening.
+    const bool inherited = IsDevice(path) && (flags & O_CLOEXEC) == 0 && strcmp(path, "/dev/cmem") != 0;
+    if (board.Call(Format("open %s%s%s", path, suffix, inherited ? " inherited" : ""), &result))
         return result;
     if (IsDevice(path))
         return board.Attach(path);

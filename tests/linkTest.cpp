@@ -79,7 +79,7 @@ TEST_F(Bus, UtilityDoesWhatItsWordsSay)
         {{"-r", "E2", "30", "2", "258"}, wide, "r16 30 2"}, {{"-r", "E2", "30", "258", "7"}, two, "r8 30 2"},
         {{"-r", "E2", "30", "2", "0"}, two, "r8 30 2"},
         {{"-r", "E2", "FF", "2"}, " \n I2C: 0xff = 0x6f \n I2C: 0x00 = 0x70 \n \n", "r8 ff 2"},
-        {{"-r", "E2", "30", "0"}, " \n \n", "r8 - 0"}, {{"-b", "E2", "30", "4"}, four, "r 30 4"},
+        {{"-r", "E2", "30", "0"}, " \n \n", "r8 30 0"}, {{"-b", "E2", "30", "4"}, four, "r 30 4"},
         {{"-b", "E2", "30", "4", "1", "more"}, four, "r 30 4"},
         {{"-b", "E2", "30", "4", "2"}, " I2C ERROR: Only Read 8 bits for block !!!\n", "none", -1},
         {{"-w", "E2", "30", "5A"}, ok8, "w 30 5a"}, {{"-w", "E2", "30", "15B"}, ok8, "w 30 5b"},
@@ -184,7 +184,7 @@ TEST_F(Link, CountsAndGroupsAreCheckedBeforeAnyTraffic)
         EXPECT_EQ(board.Take().size(), w.refused.empty() ? 4U : 0U);
     }
     EXPECT_EQ(CXD3193AR_Write(0x31, bytes, 256), 0); // what the record's count cannot carry writes nothing
-    EXPECT_EQ(board.Take(), Lines({"r 20 3", "sleep 1000", "w -", "sleep 1000"}));
+    EXPECT_EQ(board.Take(), Lines({"r 20 3", "sleep 1000", "w 31", "sleep 1000"}));
     EXPECT_EQ(CXD3193AR_Read(0xF0, bytes, 32), 0);
     EXPECT_EQ(board.Take(), Lines({"r f0 32", "sleep 1000"}));
     EXPECT_EQ(gbRegAddr[31], 0x0F);
