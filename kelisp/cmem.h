@@ -4,7 +4,10 @@
  * camStat only starts and stops it, which proves that the driver is loaded and speaks this interface version.
  *
  * Every failure prints a message that begins with "CMEM Error: " on standard error. Operations called before
- * CMEM_init, after a failed CMEM_init or after the last CMEM_exit say so and fail. Not thread-safe.
+ * CMEM_init, after a failed CMEM_init or after the last CMEM_exit say so and fail. CMEM_allocPool and
+ * CMEM_registerAlloc do not look: they fail, too, but with the message of their request, made without a device.
+ *
+ * One thread at a time: the descriptor and the count of users are plain globals.
  */
 #ifndef KELISP_CMEM_H
 #define KELISP_CMEM_H
@@ -64,7 +67,7 @@ int CMEM_getPool(int blockId, size_t size);
 int CMEM_getPoolBlock0(size_t size);
 
 /**
- * Allocates a buffer from pool `poolId` of block `blockId` and maps it.
+ * Allocates a buffer from pool `poolId` of block `blockId` and maps it. Does not look whether the driver is open.
  *
  * @param params  null for the defaults (pool, not cached, alignment 1)
  * @return the buffer's address, or null
@@ -80,7 +83,8 @@ void *CMEM_allocPool(int blockId, int poolId, const CmemAllocParams *params);
 void *CMEM_alloc(int blockId, size_t size, const CmemAllocParams *params);
 
 /**
- * Registers this process as a user of the buffer at `physAddr` and maps it.
+ * Registers this process as a user of the buffer at `physAddr` and maps it. Does not look whether the driver is
+ * open.
  *
  * @return the buffer's address, or null
  */

@@ -2,6 +2,9 @@
  *
  * Chip support: one device node per video-processing module of the processor ("/dev/csl1" to "/dev/csl9") and
  * the mapped register window of the video-processing subsystem. camStat opens them around its work.
+ *
+ * Nothing is printed; after a failed open errno tells why. One thread at a time: CSL_sysInit and CSL_sysExit write
+ * the handles without a lock. Between the two any thread may read them and issue requests.
  */
 #ifndef KELISP_CSL_H
 #define KELISP_CSL_H
@@ -62,7 +65,10 @@ int CSL_devOpen(unsigned module);
 /**
  * Opens all nine handles in the order of their numbers, each attempted even when an earlier one failed, and
  * maps the register window. A handle whose open failed holds -1; a window that could not be mapped leaves
- * null pointers.
+ * null pointers. Programs that this process starts do not inherit the descriptors.
+ *
+ * Not counted: a second start opens and maps everything anew, and the descriptors and the window of the first,
+ * which nothing names any more, stay open until the process ends. Call CSL_sysExit in between.
  *
  * @return 0 when everything succeeded, -1 otherwise
  */
@@ -70,7 +76,8 @@ int CSL_sysInit(void);
 
 /**
  * Closes all nine handles in reverse order; the window is unmapped before its descriptor is closed. The
- * handle fields keep their old values.
+ * handle fields keep their old values, so that a second stop closes these numbers again, whoever has them then:
+ * once for each CSL_sysInit, also for one that failed half-way.
  *
  * @return 0 when every step succeeded, -1 otherwise
  */

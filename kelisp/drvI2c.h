@@ -37,7 +37,8 @@ typedef struct DrvI2cXfer {
 extern DrvI2cHndl gtI2cHndl;
 
 /**
- * Opens the device and selects the slave for all later transfers on this handle.
+ * Opens the device and selects the slave for all later transfers on this handle. What the handle held before is
+ * overwritten, not closed. Programs that this process starts do not inherit the descriptor.
  *
  * @param handle     receives the descriptor; negative after any failure
  * @param slaveAddr  slave address as the driver takes it (the camera processor is 0xE2)

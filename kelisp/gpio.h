@@ -2,10 +2,14 @@
  *
  * The board's discrete signals around the camera, driven through the GPIO
  * device "/dev/gio": IR-cut filter, IR LEDs, sensor reset line, alarm input.
- * Every operation opens the device, issues its request and closes it.
+ * Every operation opens the device, issues its request and closes it; nothing is
+ * kept between calls, so there is nothing to start or stop.
  *
  * A failing open or request prints "[kel_isp] ERROR: open device failed\n" or "[kel_isp] ERROR: ioctl
  * failed\n" on standard error and gives KEL_GPIO_FAILED.
+ *
+ * Safe from any thread: calls share no state of the library. The pins are the board's, though: of two threads or
+ * processes that drive one pin, the last one wins.
  */
 #ifndef KELISP_GPIO_H
 #define KELISP_GPIO_H

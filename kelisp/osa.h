@@ -20,7 +20,7 @@ KEL_DECLS_BEGIN
 extern pthread_mutex_t gOSA_printfLock;
 
 /**
- * Creates the print lock.
+ * Creates the print lock. A second call creates it anew; no thread may hold it or wait for it then.
  *
  * @return 0, or OSA_mutexCreate's nonzero status after
  *         "OSA_mutexCreate()\n" behind the location line on stderr
