@@ -16,9 +16,16 @@ static_assert(offsetof(SensorInfo, pixelClockHz) == 40 && sizeof(SensorInfo) == 
 namespace
 {
 
-enum class Setter : uint8_t { plain, rmw, readout };
+enum class Setter : uint8_t { Plain, Rmw, Readout };
 
-enum class Mirror : uint8_t { none, extGioEnable, infoOut, longExpFrames, cisType, nrAuto, dayNightOn };
+// The mirrors under the names that the map uses: their places in the record.
+constexpr uint8_t none = 0; // no mirror stands there
+constexpr uint8_t extGioEnable = offsetof(SensorInfo, extGioEnable);
+constexpr uint8_t infoOut = offsetof(SensorInfo, infoOut);
+constexpr uint8_t longExpFrames = offsetof(SensorInfo, longExpFrames);
+constexpr uint8_t cisType = offsetof(SensorInfo, cisType);
+constexpr uint8_t nrAuto = offsetof(SensorInfo, nrAuto);
+constexpr uint8_t dayNightOn = offsetof(SensorInfo, dayNightOn);
 
 /// A row of the map; four bytes, so that an accessor hands it on in one register.
 struct Field {
@@ -26,7 +33,7 @@ struct Field {
     uint8_t high : 4;
     uint8_t low : 4;
     Setter setter;
-    Mirror mirror;
+    uint8_t mirror;
 
     constexpr uint8_t Mask() const { return static_cast<uint8_t>((0xFF >> (7 - high)) & (0xFF << low)); }
 };
@@ -34,9 +41,8 @@ struct Field {
 // ---- The map is checked when it is compiled
 
 constexpr Field kFields[] = {
-#define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
-    {reg, high, low, Setter::setter, Mirror::mirror},
-#define KEL_READOUT(reg, high, low, name, meaning) {reg, high, low, Setter::readout, Mirror::none},
+#define KEL_FIELD(reg, high, low, name, setter, mirror, ...) {reg, high, low, Setter::setter, mirror},
+#define KEL_READOUT(reg, high, low, name, ...) {reg, high, low, Setter::Readout, none},
 #include "kelisp/registerMap.def"
 };
 
@@ -61,7 +67,7 @@ constexpr bool PlainSettersOwnTheirRegister()
 {
     for (const Field &a : kFields)
         for (const Field &b : kFields)
-            if (&a != &b && a.reg == b.reg && a.setter == Setter::plain)
+            if (&a != &b && a.reg == b.reg && a.setter == Setter::Plain)
                 return false;
     return true;
 }
@@ -70,14 +76,14 @@ static_assert(PlainSettersOwnTheirRegister(),
 
 constexpr bool EveryMirrorHasOneField()
 {
-    unsigned seen = 0;
+    uint64_t seen = 0;
     for (const Field &field : kFields) {
-        const unsigned bit = 1U << static_cast<unsigned>(field.mirror);
-        if (field.mirror != Mirror::none && (seen & bit) != 0)
+        const uint64_t bit = uint64_t{1} << field.mirror;
+        if (field.mirror != none && (seen & bit) != 0)
             return false;
         seen |= bit;
     }
-    return seen == 0x7F;
+    return seen == (uint64_t{0x3F} << extGioEnable | 1);
 }
 static_assert(EveryMirrorHasOneField(), "register map: mirrors");
 
@@ -88,9 +94,9 @@ struct Span {
 };
 
 constexpr Span kSpans[] = {
-#define KEL_WORD(reg, name, meaning) {reg, 2},
-#define KEL_READOUT_WORD(reg, bits, name, meaning) {reg, 2},
-#define KEL_BLOCK(reg, length, name, masks, meaning) {reg, length},
+#define KEL_WORD(reg, name, ...) {reg, 2},
+#define KEL_READOUT_WORD(reg, bits, name, ...) {reg, 2},
+#define KEL_BLOCK(reg, length, name, masks, ...) {reg, length},
 #include "kelisp/registerMap.def"
 };
 
@@ -105,14 +111,6 @@ constexpr bool SpansAscend()
     return true;
 }
 static_assert(SpansAscend(), "register map: words and blocks");
-
-// The byte of the record that a mirror names, from the second mirror on.
-constexpr uint8_t SensorInfo::*const kMirrors[] = {
-    &SensorInfo::extGioEnable, &SensorInfo::infoOut, &SensorInfo::longExpFrames,
-    &SensorInfo::cisType,      &SensorInfo::nrAuto,  &SensorInfo::dayNightOn,
-};
-static_assert(kMirrors[static_cast<size_t>(Mirror::extGioEnable) - 1] == &SensorInfo::extGioEnable);
-static_assert(kMirrors[static_cast<size_t>(Mirror::dayNightOn) - 1] == &SensorInfo::dayNightOn);
 
 // ---- Bits kept by the accessors that move several registers
 
@@ -165,12 +163,12 @@ void HoldLongExpFrames()
         gtSensorInfo.longExpFrames = limit;
 }
 
-void StoreMirror(Mirror mirror, uint8_t value)
+void StoreMirror(uint8_t mirror, uint8_t value)
 {
-    if (mirror == Mirror::none)
+    if (mirror == none)
         return;
-    gtSensorInfo.*kMirrors[static_cast<size_t>(mirror) - 1] = value;
-    if (mirror == Mirror::longExpFrames)
+    reinterpret_cast<uint8_t *>(&gtSensorInfo)[mirror] = value;
+    if (mirror == longExpFrames)
         HoldLongExpFrames();
 }
 
@@ -189,7 +187,7 @@ int SetField(Field field, const uint8_t *value)
 {
     const uint8_t input = *value; // taken once: the caller's byte may be the mirror itself
     auto content = static_cast<uint8_t>((input << field.low) & field.Mask());
-    if (field.setter == Setter::rmw) {
+    if (field.setter == Setter::Rmw) {
         uint8_t old = 0;
         const int status = CXD3193AR_Read(field.reg, &old, 1);
         if (status < 0)
@@ -262,22 +260,22 @@ int ReadOutWord(uint8_t reg, unsigned bits, uint16_t *value)
     return status < 0 ? status : GetWord(reg, bits, value);
 }
 
-constexpr Field kNrDn = {0x53, 1, 0, Setter::plain, Mirror::none};
+constexpr Field kNrDn = {0x53, 1, 0, Setter::Plain, none};
 
 } // namespace
 
 // ---- The accessors
 
-#define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
+#define KEL_FIELD(reg, high, low, name, setter, mirror, ...)                                                 \
     int CXD3193AR_Get_##name(uint8_t *value)                                                                 \
     {                                                                                                        \
-        return GetField({reg, high, low, Setter::setter, Mirror::mirror}, value);                            \
+        return GetField({reg, high, low, Setter::setter, mirror}, value);                                    \
     }                                                                                                        \
     int CXD3193AR_Set_##name(const uint8_t *value)                                                           \
     {                                                                                                        \
-        return SetField({reg, high, low, Setter::setter, Mirror::mirror}, value);                            \
+        return SetField({reg, high, low, Setter::setter, mirror}, value);                                    \
     }
-#define KEL_WORD(reg, name, meaning)                                                                         \
+#define KEL_WORD(reg, name, ...)                                                                             \
     int CXD3193AR_Get_##name(uint16_t *value)                                                                \
     {                                                                                                        \
         return GetWord(reg, 16, value);                                                                      \
@@ -286,7 +284,7 @@ constexpr Field kNrDn = {0x53, 1, 0, Setter::plain, Mirror::none};
     {                                                                                                        \
         return SetWord(reg, value);                                                                          \
     }
-#define KEL_BLOCK(reg, length, name, masks, meaning)                                                         \
+#define KEL_BLOCK(reg, length, name, masks, ...)                                                             \
     int CXD3193AR_Get_##name(uint8_t *values)                                                                \
     {                                                                                                        \
         return GetBlock(reg, length, masks, values);                                                         \
@@ -295,12 +293,12 @@ constexpr Field kNrDn = {0x53, 1, 0, Setter::plain, Mirror::none};
     {                                                                                                        \
         return SetBlock(reg, length, masks, values);                                                         \
     }
-#define KEL_READOUT(reg, high, low, name, meaning)                                                           \
+#define KEL_READOUT(reg, high, low, name, ...)                                                               \
     int CXD3193AR_Info_##name(uint8_t *value)                                                                \
     {                                                                                                        \
-        return ReadOutField({reg, high, low, Setter::readout, Mirror::none}, value);                         \
+        return ReadOutField({reg, high, low, Setter::Readout, none}, value);                                 \
     }
-#define KEL_READOUT_WORD(reg, bits, name, meaning)                                                           \
+#define KEL_READOUT_WORD(reg, bits, name, ...)                                                               \
     int CXD3193AR_Info_##name(uint16_t *value)                                                               \
     {                                                                                                        \
         return ReadOutWord(reg, bits, value);                                                                \
@@ -315,8 +313,8 @@ int CXD3193AR_Get_NrDnMode(uint8_t *nr, uint8_t *dayNight)
         return status;
     *nr = both & 1;
     *dayNight = both >> 1;
-    StoreMirror(Mirror::nrAuto, *nr);
-    StoreMirror(Mirror::dayNightOn, *dayNight);
+    StoreMirror(nrAuto, *nr);
+    StoreMirror(dayNightOn, *dayNight);
     return 0;
 }
 
@@ -330,8 +328,8 @@ int CXD3193AR_Set_NrDnMode(const uint8_t *nr, const uint8_t *dayNight)
     const int status = SetField(kNrDn, &sum);
     if (status < 0)
         return status;
-    StoreMirror(Mirror::nrAuto, newNr);
-    StoreMirror(Mirror::dayNightOn, newDayNight);
+    StoreMirror(nrAuto, newNr);
+    StoreMirror(dayNightOn, newDayNight);
     return 0;
 }
 

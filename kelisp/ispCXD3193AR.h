@@ -86,17 +86,17 @@ uint8_t CXD3193AR_ReflectBit(uint8_t reg);
  * transfer that failed (CXD3193AR_FAILED); Info accessors also CXD3193AR_GATE_OPEN. On failure outputs and
  * mirrors stay as they were. The accessors print nothing of their own.
  */
-#define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
+#define KEL_FIELD(reg, high, low, name, setter, mirror, ...)                                                 \
     int CXD3193AR_Get_##name(uint8_t *value);                                                                \
     int CXD3193AR_Set_##name(const uint8_t *value);
-#define KEL_WORD(reg, name, meaning)                                                                         \
+#define KEL_WORD(reg, name, ...)                                                                             \
     int CXD3193AR_Get_##name(uint16_t *value);                                                               \
     int CXD3193AR_Set_##name(const uint16_t *value);
-#define KEL_BLOCK(reg, length, name, masks, meaning)                                                         \
+#define KEL_BLOCK(reg, length, name, masks, ...)                                                             \
     int CXD3193AR_Get_##name(uint8_t *values);                                                               \
     int CXD3193AR_Set_##name(const uint8_t *values);
-#define KEL_READOUT(reg, high, low, name, meaning) int CXD3193AR_Info_##name(uint8_t *value);
-#define KEL_READOUT_WORD(reg, bits, name, meaning) int CXD3193AR_Info_##name(uint16_t *value);
+#define KEL_READOUT(reg, high, low, name, ...) int CXD3193AR_Info_##name(uint8_t *value);
+#define KEL_READOUT_WORD(reg, bits, name, ...) int CXD3193AR_Info_##name(uint16_t *value);
 #include "kelisp/registerMap.def"
 
 /** Reads both modes of register 0x53: bit 0 automatic noise reduction, bit 1 day/night switching. */

@@ -72,8 +72,12 @@ done
 grep -o '{"[^"]*", KeyAction' config/imgConfigKeys.h | cut -d '"' -f 2 >"$work/keys"
 bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$work/offered"
 same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
-grep -o '{"[a-z]*", [a-z]*_argument' app/camStat/options.cpp | cut -d '"' -f 2 | sed 's/^/--/' | sort >"$work/options"
-bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camStat --) COMP_CWORD=1 && _camStat && printf "%s\n" "${COMPREPLY[@]}"' |
+sed -n 's/^| 0x[^|]*|[^|]*| \([A-Za-z0-9_]*\) | .*/\1/p' docs/registers.md >"$work/fields"
+bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camSim_fields' >"$work/offered"
+same "tools/completion/camStat.bash offers other fields than the register map has" "$work/fields" "$work/offered"
+grep -Eo "\{'.', (\"[a-z]+\"|nullptr)" app/camStat/options.cpp |
+    sed -E "s/.'(.)', /-\1\n/; s/\"(.*)\"/--\1/; s/\nnullptr//" | sort >"$work/options"
+bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camStat -) COMP_CWORD=1 && _camStat && printf "%s\n" "${COMPREPLY[@]}"' |
     sort >"$work/offered"
 same "tools/completion/camStat.bash offers other options than camStat has" "$work/options" "$work/offered"
 exit $((failures > 0))

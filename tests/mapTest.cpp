@@ -64,7 +64,22 @@ const Row rows[] = {
     MIRRORED(0xCC, 2, 0, plain, InfoOut, infoOut),
 };
 // clang-format on
-static_assert(std::size(rows) == 81);
+
+// What the map holds: a row there without its row here does not compile.
+struct Count {
+    size_t fields, readouts, blocks;
+};
+constexpr Count inMap = [] {
+    Count count = {};
+#define KEL_FIELD(...) ++count.fields;
+#define KEL_WORD(...) ++count.blocks;
+#define KEL_BLOCK(...) ++count.blocks;
+#define KEL_READOUT(...) ++count.readouts;
+#define KEL_READOUT_WORD(...) ++count.readouts;
+#include "kelisp/registerMap.def"
+    return count;
+}();
+static_assert(std::size(rows) == inMap.fields);
 
 uint8_t FieldMask(const Row &row)
 {
@@ -254,6 +269,7 @@ TEST_F(Map, ReadoutsCloseTheGateFirst)
         READOUT(0x1E, 2, 0, 0x0FFF, RawAvg, uint16_t),
         // clang-format on
     };
+    static_assert(std::size(readouts) == inMap.readouts);
     for (const auto &r : readouts) {
         for (unsigned content : {0xFFFFU, 0xA55AU, 0x1234U, 0x0000U}) {
             board.regs[r.reg] = before[r.reg] = static_cast<uint8_t>(content & 0xFF);
@@ -354,16 +370,18 @@ TEST_F(Map, BlocksKeepTheirBits)
         Set set;
     } blocks[] = {
         // clang-format off
+        {0x35, {0xFF, 0xFF}, word, setWord},
         {0x55, {0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F}, CXD3193AR_Get_Blk55, CXD3193AR_Set_Blk55},
         {0x9D, Masks(6, 0x3F), CXD3193AR_Get_Blk9D, CXD3193AR_Set_Blk9D},
-        {0x47, Masks(12, 0xFF), CXD3193AR_Get_Blk47, CXD3193AR_Set_Blk47}, {0xA4, {0x3F, 0x1F}, pair, setPair},
-        {0xA5, {0x3F, 0x1F}, pair, setPair}, {0xA6, {0x3F, 0x1F}, pair, setPair},
+        {0x47, Masks(12, 0xFF), CXD3193AR_Get_Blk47, CXD3193AR_Set_Blk47},
+        {0xA4, {0x3F, 0x1F}, pair, setPair}, {0xA5, {0x3F, 0x1F}, pair, setPair}, {0xA6, {0x3F, 0x1F}, pair, setPair},
         {0xA7, {0x3F, 0x1F}, pair, nullptr}, // ends in the next reflect group
         {0xA8, {0x7F, 0x7F}, pair, setPair}, {0xA9, {0x7F, 0x7F}, pair, setPair}, {0xAA, {0x7F, 0x7F}, pair, setPair},
         {0xAB, {0x7F, 0x7F}, pair, nullptr}, {0x75, table, tbl30, setTbl30}, {0xCE, table, tbl30, setTbl30},
-        {0x75, table, tbl30, CXD3193AR_Set_YGamma}, {0x35, {0xFF, 0xFF}, word, setWord},
+        {0x75, table, tbl30, CXD3193AR_Set_YGamma},
         // clang-format on
     };
+    static_assert(inMap.blocks == 4, "the first rows here");
     for (const auto &b : blocks) {
         const int count = static_cast<int>(b.masks.size());
         start = b.reg;

@@ -80,12 +80,12 @@ int main(int argc, char **argv)
     camStat::HoldStandardDescriptors();
     setvbuf(stdout, gOutputBuffer, _IOLBF, sizeof(gOutputBuffer));
     switch (camStat::ParseOptions(argc, argv)) {
-    case camStat::Parsed::usage:
+    case camStat::Parsed::Usage:
         Usage();
         return kExitDone;
-    case camStat::Parsed::unsupported:
+    case camStat::Parsed::Unsupported:
         return kExitUnsupported;
-    case camStat::Parsed::run:
+    case camStat::Parsed::Run:
         break;
     }
     camStat::AskForExactPauses();

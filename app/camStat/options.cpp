@@ -53,16 +53,6 @@ constexpr char kUsageText[] = " -s\n"
                               " --test 1 [Retry count]\n"
                               " -t 1 1\n\n";
 
-constexpr char kShortOptions[] = "hsrl:g:o:i:e:w:t:";
-
-constexpr option kLongOptions[] = {
-    {"help", no_argument, nullptr, 'h'},        {"reset", no_argument, nullptr, 's'},
-    {"read", no_argument, nullptr, 'r'},        {"led", required_argument, nullptr, 'l'},
-    {"gamma", required_argument, nullptr, 'g'}, {"otf", required_argument, nullptr, 'o'},
-    {"ircut", required_argument, nullptr, 'i'}, {"ae", required_argument, nullptr, 'e'},
-    {"awb", required_argument, nullptr, 'w'},   {nullptr, 0, nullptr, 0},
-};
-
 constexpr double kUsPerSecond = 1000000.0;
 constexpr double kGainUnit = 1000.0; // gains are given in thousandths
 
@@ -78,28 +68,27 @@ struct Word {
 constexpr Word kLedWords[] = {{"OFF", 1, "Set LEDs off"}, {"ON", 0, "Set LEDs on"}};
 constexpr Word kIcrWords[] = {{"IR_CUT", 0, "Set ICR_IR_CUT"}, {"IR_PASS", 1, "Set ICR_IR_PASS"}};
 
-Parsed TakeWord(const Word (&words)[2], const char *text, CamStatAction action)
+Parsed TakeWord(const Word (&words)[2], const char *text)
 {
     for (const Word &word : words) {
         if (strcasecmp(text, word.text) == 0) {
             giArgValue1 = word.level;
             puts(word.echo);
-            giOption = action;
-            return Parsed::run;
+            return Parsed::Run;
         }
     }
     puts("Value is not supported.");
-    return Parsed::unsupported;
+    return Parsed::Unsupported;
 }
 
 Parsed TakeLed(char **argv)
 {
-    return TakeWord(kLedWords, argv[2], kActionLed);
+    return TakeWord(kLedWords, argv[2]);
 }
 
 Parsed TakeIcr(char **argv)
 {
-    return TakeWord(kIcrWords, argv[2], kActionIcr);
+    return TakeWord(kIcrWords, argv[2]);
 }
 
 Parsed TakeExposure(char **argv)
@@ -110,8 +99,7 @@ Parsed TakeExposure(char **argv)
     gdbSensorDgain = kel::ParseDecimal(argv[4]) / kGainUnit;
     printf("Set Shutter=%.2lf usec, Sensor Again=%.3lf, Sensor Dgain=%.3lf\n", gdbShutter, gdbSensorAgain,
            gdbSensorDgain);
-    giOption = kActionExposure;
-    return Parsed::run;
+    return Parsed::Run;
 }
 
 Parsed TakeAwb(char **argv)
@@ -119,65 +107,81 @@ Parsed TakeAwb(char **argv)
     gdbRgain = strtod(argv[2], nullptr);
     gdbBgain = strtod(argv[3], nullptr);
     printf("Set Rgain=%f, Bgain=%f\n", gdbRgain, gdbBgain);
-    giOption = kActionAwb;
-    return Parsed::run;
+    return Parsed::Run;
 }
 
-Parsed TakeGamma(char **argv)
+Parsed TakeInteger(char **argv)
 {
     giArgValue1 = kel::ParseDecimal(argv[2]);
-    giOption = kActionGamma;
-    return Parsed::run;
+    return Parsed::Run;
 }
 
-Parsed TakeOtf(char **argv)
+Parsed TakeNothing(char **)
 {
-    giArgValue1 = kel::ParseDecimal(argv[2]);
-    giOption = kActionOtf;
-    return Parsed::run;
-}
-
-Parsed TakeReset(char **)
-{
-    giOption = kActionReset;
-    return Parsed::run;
-}
-
-Parsed TakeReadInfo(char **)
-{
-    giOption = kActionReadInfo;
-    return Parsed::run;
+    return Parsed::Run;
 }
 
 Parsed TakeTest(char **argv)
 {
     giArgValue1 = kel::ParseDecimal(argv[2]);
     if (giArgValue1 != kTestModeI2c)
-        return Parsed::usage;
-    giOption = kActionStressTest;
+        return Parsed::Usage;
     giI2cErrRetry = kel::ParseDecimal(argv[3]);
-    return Parsed::run;
+    return Parsed::Run;
 }
 
 Parsed TakeHelp(char **)
 {
-    return Parsed::usage;
+    return Parsed::Usage;
 }
 
-/// How one option letter is handled.
+/// One option: getopt's tables follow from these rows.
 struct Option {
-    int letter;
+    char letter;
+    const char *name;  // of its long form, if it has one
     int minWords;      // of the command line, the program name included; with fewer the usage text follows
     const char *label; // printed first while gfDebugFlag is nonzero
+    CamStatAction action;
     Parsed (*take)(char **argv);
+
+    /// Values stand behind the program name and the option; getopt takes the first of them with it.
+    constexpr int Argument() const { return minWords > 2 ? required_argument : no_argument; }
 };
 
 constexpr Option kOptions[] = {
-    {'l', 3, "LED:", TakeLed},      {'i', 3, "ICR:", TakeIcr},         {'e', 5, "AE:", TakeExposure},
-    {'w', 4, "AWB:", TakeAwb},      {'g', 3, "Gamma:", TakeGamma},     {'o', 3, "OTF:", TakeOtf},
-    {'s', 2, "Reset:", TakeReset},  {'r', 2, "read:\n", TakeReadInfo}, {'t', 4, "test:", TakeTest},
-    {'h', 1, "helper\n", TakeHelp},
+    // clang-format off
+    {'h', "help", 1, "helper\n", kActionNone, TakeHelp},
+    {'s', "reset", 2, "Reset:", kActionReset, TakeNothing},
+    {'r', "read", 2, "read:\n", kActionReadInfo, TakeNothing},
+    {'l', "led", 3, "LED:", kActionLed, TakeLed},
+    {'g', "gamma", 3, "Gamma:", kActionGamma, TakeInteger},
+    {'o', "otf", 3, "OTF:", kActionOtf, TakeInteger},
+    {'i', "ircut", 3, "ICR:", kActionIcr, TakeIcr},
+    {'e', "ae", 5, "AE:", kActionExposure, TakeExposure},
+    {'w', "awb", 4, "AWB:", kActionAwb, TakeAwb},
+    {'t', nullptr, 4, "test:", kActionStressTest, TakeTest},
+    // clang-format on
 };
+
+/// What getopt_long wants to know; both ends are zero.
+struct GetoptTables {
+    char letters[2 * sizeof(kOptions) / sizeof(kOptions[0]) + 1];
+    option names[sizeof(kOptions) / sizeof(kOptions[0]) + 1];
+};
+
+constexpr GetoptTables kGetoptTables = [] {
+    GetoptTables tables = {};
+    char *letter = tables.letters;
+    option *name = tables.names;
+    for (const Option &option : kOptions) {
+        *letter++ = option.letter;
+        if (option.Argument() == required_argument)
+            *letter++ = ':';
+        if (option.name != nullptr)
+            *name++ = {option.name, option.Argument(), nullptr, option.letter};
+    }
+    return tables;
+}();
 
 Parsed TakeOption(int letter, int argc, char **argv)
 {
@@ -186,10 +190,11 @@ Parsed TakeOption(int letter, int argc, char **argv)
             continue;
         if (gfDebugFlag != 0)
             fputs(option.label, stdout);
-        return argc < option.minWords ? Parsed::usage : option.take(argv);
+        giOption = option.action;
+        return argc < option.minWords ? Parsed::Usage : option.take(argv);
     }
     puts("default:");
-    return Parsed::usage;
+    return Parsed::Usage;
 }
 
 } // namespace
@@ -222,11 +227,11 @@ namespace camStat
 Parsed ParseOptions(int argc, char **argv)
 {
     for (;;) {
-        const int letter = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
+        const int letter = getopt_long(argc, argv, kGetoptTables.letters, kGetoptTables.names, nullptr);
         if (letter == -1)
-            return argc < 2 ? Parsed::usage : Parsed::run;
+            return argc < 2 ? Parsed::Usage : Parsed::Run;
         const Parsed parsed = TakeOption(letter, argc, argv);
-        if (parsed != Parsed::run)
+        if (parsed != Parsed::Run)
             return parsed;
     }
 }

@@ -44,13 +44,13 @@ void SigHandler(int signalNumber);
 namespace camStat
 {
 
-enum class Parsed { run, usage, unsupported };
+enum class Parsed { Run, Usage, Unsupported };
 
 /// Reads the command line into the globals. With several options the last
 /// one decides the action, while all of them read their values from argv[2]
 /// onwards. Prints the echo of the values, or "Value is not supported.".
 ///
-/// @return run: go on with giOption; usage: print the usage text and exit 0; unsupported: exit 255
+/// @return Run: go on with giOption; Usage: print the usage text and exit 0; Unsupported: exit 255
 Parsed ParseOptions(int argc, char **argv);
 
 } // namespace camStat

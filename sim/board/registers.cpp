@@ -13,49 +13,15 @@ namespace sim
 namespace
 {
 
-constexpr bool Same(const char *a, const char *b)
-{
-    while (*a != '\0' && *a == *b) {
-        ++a;
-        ++b;
-    }
-    return *a == *b;
-}
-
-struct NamedUnit {
-    const char *name;
-    Unit unit;
-};
-
-constexpr NamedUnit kUnits[] = {
-    {"CisType", Unit::SensorType},  {"DnStatus", Unit::DayNight},      {"LngExpFrm", Unit::Frames},
-    {"ExpTime", Unit::Lines},       {"AnlGain", Unit::LiveAnalogGain}, {"DgtlGain", Unit::LiveDigitalGain},
-    {"WbbGain", Unit::WhiteGain},   {"WbrGain", Unit::WhiteGain},      {"RawAvg", Unit::RawLevel},
-    {"AeSwitch", Unit::Switch},     {"AeFlickMode", Unit::Flicker},    {"AeMinAgc", Unit::AnalogGain},
-    {"AeMaxAgc", Unit::AnalogGain}, {"AeMaxDgn", Unit::DigitalGain},   {"AeExpHldH", Unit::Switch},
-    {"AeHoldH", Unit::Switch},      {"MeExpTim", Unit::Lines},         {"MnlAgn", Unit::AnalogGain},
-    {"MnlDgn", Unit::DigitalGain},  {"AeMaxExpH", Unit::Switch},       {"MirUseH", Unit::Switch},
-    {"AutoLgExpH", Unit::Switch},   {"LongExp", Unit::Frames},         {"WbAutoH", Unit::Switch},
-    {"WbHoldH", Unit::Switch},      {"MwbR", Unit::WhiteGain},         {"MwbB", Unit::WhiteGain},
-    {"DyNgtOnH", Unit::Switch},     {"NrAutoH", Unit::Switch},         {"AccAutoH", Unit::Switch},
-    {"AeEvSet", Unit::Ev},          {"RegCA_3", Unit::Switch},         {"RegCA_2", Unit::Switch},
-    {"ExtPrstH", Unit::Switch},
-};
-
-constexpr Unit UnitOf(const char *name)
-{
-    for (const NamedUnit &named : kUnits)
-        if (Same(named.name, name))
-            return named.unit;
-    return Unit::Plain;
-}
-
-#define KEL_FIELD(reg, high, low, name, setter, mirror, meaning)                                             \
-    {#name, meaning, reg, high, low, 1, false, UnitOf(#name)},
-#define KEL_WORD(reg, name, meaning) {#name, meaning, reg, 15, 0, 2, false, UnitOf(#name)},
-#define KEL_BLOCK(reg, length, name, masks, meaning) {#name, meaning, reg, 7, 0, length, false, Unit::Plain},
-#define KEL_READOUT(reg, high, low, name, meaning) {#name, meaning, reg, high, low, 1, true, UnitOf(#name)},
-#define KEL_READOUT_WORD(reg, bits, name, meaning) {#name, meaning, reg, bits - 1, 0, 2, true, UnitOf(#name)},
+#define KEL_FIELD(reg, high, low, name, setter, mirror, group, unit, meaning)                                \
+    {#name, meaning, reg, high, low, 1, false, Unit::unit},
+#define KEL_WORD(reg, name, group, unit, meaning) {#name, meaning, reg, 15, 0, 2, false, Unit::unit},
+#define KEL_BLOCK(reg, length, name, masks, group, unit, meaning)                                            \
+    {#name, meaning, reg, 7, 0, length, false, Unit::unit},
+#define KEL_READOUT(reg, high, low, name, group, unit, meaning)                                              \
+    {#name, meaning, reg, high, low, 1, true, Unit::unit},
+#define KEL_READOUT_WORD(reg, bits, name, group, unit, meaning)                                              \
+    {#name, meaning, reg, bits - 1, 0, 2, true, Unit::unit},
 
 constexpr Field kFields[] = {
 #include "kelisp/registerMap.def"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What the registers of the camera processor are called and what their values
-// mean, for people: the trace, the dump, peek and poke. Names and bits come
-// from the register map; the meanings are the chip's, written out here.
+// mean, for people: the trace, the dump, peek and poke. Names, bits and
+// units come from the register map; what a unit means is the chip's, written out here.
 #ifndef SIM_BOARD_REGISTERS_H
 #define SIM_BOARD_REGISTERS_H
 
@@ -12,20 +12,20 @@
 namespace sim
 {
 
-/// How a field's code is to be understood.
+/// How a field's code is to be understood: the units of the register map.
 enum class Unit : uint8_t {
     Plain,
     Switch,
     SensorType,
     Flicker,
-    Lines,       ///< exposure in lines
-    Frames,      ///< long-exposure frames
-    AnalogGain,  ///< code of the analog gain table
-    DigitalGain, ///< 1/8
-    WhiteGain,   ///< code of the white-balance gain table
+    Lines,
+    Frames,
+    AnalogGain,
+    DigitalGain,
+    WhiteGain,
     Ev,
-    LiveAnalogGain,  ///< 4096 / code
-    LiveDigitalGain, ///< 1/32
+    LiveAnalogGain,
+    LiveDigitalGain,
     RawLevel,
     DayNight
 };

@@ -68,6 +68,14 @@ _camConf() {
     esac
 }
 
+_camSim_fields='Reg01_0 ExtPrstH CisType DnStatus MirisStatus LngExpFrm ExpTime AnlGain DgtlGain WbbGain WbrGain RawAvg AeSwitch
+Reg30_6_3 AeFlickMode AeMinAgc AeMaxAgc AeMaxDgn AeExpHldH AeHoldH AeTimer MeExpTim MnlAgn MnlDgn AeMaxExpH MirUseH
+OptnMode Reg39_3_0 Reg3A_7 Reg3A_6_4 Reg3A_3_0 AutoLgExpH LongExp WbAutoH Reg3C_6_4 Reg3C_3 Reg3C_2 Reg3C_1 WbHoldH
+MwbR MwbB Reg3F_6_5 Reg3F_4_3 Reg3F_2_0 Reg40 Reg41 Reg42 Reg43 Reg44 Reg45 Reg46_7_4 Reg46_3_0 Blk47 DyNgtOnH NrAutoH
+Blk55 Reg55 Reg56 Reg57 Reg58 Reg59 Reg5A Reg5B Reg5C DyNtSupr DyNtRecv AccAutoH AccPwr Reg61_7_5 Reg61_2_0 Reg62
+Reg63_6_4 Reg63_3_0 AeEvSet Reg72_7 Ygain Yofst AeRefLev ApGan Reg94 Reg95 ApPosGn Reg97_7 RYG Reg98_7 BYG Reg99 Reg9A
+Blk9D RegA3 RegCA_3 RegCA_2 RegCA_1_0 InfoOut'
+
 _camSim_commands='dump peek poke pins scene fault reset trace'
 _camSim_options='--board --fault --trace --trace-json --speed --sensor --emulator --library --help --version'
 
@@ -75,6 +83,7 @@ _camSim_command() { # the words of a command; $1 is its place on the line
     local command=${COMP_WORDS[$1]}
     case $command in
     dump) _camStat_words '--hex --help' ;;
+    peek | poke) _camStat_words "$_camSim_fields" ;;
     pins) compopt -o nospace 2>/dev/null; _camStat_words 'led= ircut= alarm= reset=' ;;
     scene) compopt -o nospace 2>/dev/null; _camStat_words 'light= temperature= sensor= reflect=' ;;
     fault) _camStat_words 'list clear i2c.read i2c.write gio.set reflect flash open' ;;
