@@ -63,6 +63,7 @@ TEST_F(BoardIo, PinOperations)
             Expect(c.call, KEL_GPIO_FAILED, "", {});
             continue;
         }
+        board.Fail("gio", 1, 0, 1, 7); // no failure: the request may give any number from 0 on
         Expect(c.call, 0, "", lines);
         board.Fail("open", 1, ENOENT);
         Expect(c.call, KEL_GPIO_FAILED, openFailed, {"open /dev/gio"});
@@ -76,10 +77,11 @@ TEST_F(BoardIo, AlarmIsAwaitedOnceASecond)
     board.alarmResult = 3;
     for (const int debug : {0, 1}) {
         board.Fail("gio", 1, EAGAIN, 2);
+        board.Fail("sleep", 1, EINTR); // a signal: what is left of the pause follows
         gfDebugFlag = debug;
         Expect(WaitAlarmIn, 3, debug != 0 ? "listening alarm in... (press CTRL-C to stop)\n" : "",
-               {"open /dev/gio", "gio 9 86 0", "sleep 1000000", "gio 9 86 0", "sleep 1000000", "gio 9 86 0",
-                "close /dev/gio"});
+               {"open /dev/gio", "gio 9 86 0", "sleep 1000000", "sleep 7", "gio 9 86 0", "sleep 1000000",
+                "gio 9 86 0", "close /dev/gio"});
         gfDebugFlag = 0;
     }
     board.Fail("open", 1, ENOENT);
@@ -116,6 +118,11 @@ TEST_F(BoardIo, Clocks)
     EXPECT_EQ(GetTimeStamp(stamp), 0);
     EXPECT_STREQ(stamp, "20250307113503");
     setenv("TZ", "UTC", 1);
+    if (sizeof(time_t) == 8) {
+        board.wallSec = 253402300805; // the year 10000
+        EXPECT_EQ(GetDateTime(stamp), 0);
+        EXPECT_STREQ(stamp, "10000/01/01 00:00:0");
+    }
 }
 
 TEST_F(BoardIo, RealTimeClockDriver)
@@ -384,6 +391,7 @@ TEST_F(BoardIo, ChipSupportHandles)
     EXPECT_EQ(board.open.size(), 9U);
     EXPECT_EQ(gCSL_vpssHndl.base, nullptr);
     EXPECT_EQ(gCSL_vpssHndl.regs[8], nullptr);
+    EXPECT_EQ(csl_h3aRegs, nullptr);
     CSL_sysExit();
     for (const std::string &line : closing) {
         ASSERT_EQ(CSL_sysInit(), 0);
@@ -445,6 +453,9 @@ TEST_F(BoardIo, OsAbstraction)
     board.Fail("gethostname", 1);
     EXPECT_EQ(OSA_getHostName(name, sizeof(name)), -1);
     EXPECT_STREQ(name, "");
+    board.Fail("gethostname", 1, 0, 1, 0); // a name that fills the buffer
+    EXPECT_EQ(OSA_getHostName(name, 4), 0);
+    EXPECT_STREQ(name, "hhh");
     strcpy(name, "untouched");
     EXPECT_EQ(OSA_getHostName(name, 0), -1);
     EXPECT_STREQ(name, "untouched");

@@ -453,10 +453,17 @@ RECORDED(int, __wrap_unlink, (const char *path), Format("unlink %s", path),
          __real_unlink(Board().RealPath(path).c_str()))
 RECORDED(int, __wrap_fsync, (int fd), "fsync", __real_fsync(fd))
 RECORDED(int, __wrap_system, (const char *command), Format("system %s", command), 0)
-RECORDED(int, __wrap_gethostname, (char *buffer, size_t length), "gethostname",
-         __real_gethostname(buffer, length))
 RECORDED(int, __wrap_pthread_mutex_init, (pthread_mutex_t * mutex, const pthread_mutexattr_t *attributes),
          "mutex_init", __real_pthread_mutex_init(mutex, attributes))
+
+int __wrap_gethostname(char *buffer, size_t length)
+{
+    int result = 0;
+    if (!Board().Call("gethostname", &result))
+        return __real_gethostname(buffer, length);
+    memset(buffer, 'h', length); // and no terminator
+    return result;
+}
 
 int __wrap_clock_gettime(clockid_t clock, struct timespec *out)
 {
@@ -494,14 +501,17 @@ int __wrap_gettimeofday(struct timeval *out, void *)
 }
 [[gnu::alias("__wrap_gettimeofday")]] int __wrap___gettimeofday64(struct timeval *, void *);
 
-int __wrap_clock_nanosleep(clockid_t, int flags, const struct timespec *span, struct timespec *)
+int __wrap_clock_nanosleep(clockid_t, int flags, const struct timespec *span, struct timespec *left)
 {
     FakeBoard &board = Board();
     const int64_t us = span->tv_sec * 1000000LL + span->tv_nsec / 1000;
     int result = 0;
     EXPECT_EQ(flags, 0) << "an absolute sleep";
-    if (board.Call(Format("sleep %lld", static_cast<long long>(us)), &result))
+    if (board.Call(Format("sleep %lld", static_cast<long long>(us)), &result)) {
+        if (left != nullptr)
+            *left = {0, 7000};
         return errno;
+    }
     board.nowNs += us * 1000;
     return 0;
 }

@@ -16,7 +16,8 @@
 //   cmem 6 1000 0              contiguous-memory request code and the words that go in
 //   csl2 cc11 7 <pointer> 3    chip-support request and its record
 //   mmap /dev/csl1 10000 1c70000    length and offset of a shared read-write map;  munmap 10000
-//   sleep 1000                 a pause in microseconds (decimal); the virtual clock moves, nobody sleeps
+//   sleep 1000                 a pause in microseconds (decimal); the virtual clock moves, nobody sleeps; 7 us are left
+//                              of one that fails
 //   fopen /mnt/nand/x.csv a+   a file of the board, in reality below Board().root;  fclose /mnt/nand/x.csv
 //   fdopen /mnt/nand/x.csv w    a stream on an open descriptor
 //   rename a b   unlink a   fsync   system <command>   fcntl getfd   fcntl 2 1 (command and argument,

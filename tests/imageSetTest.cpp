@@ -195,14 +195,18 @@ TEST_F(Applier, MainsFrequencyWithoutTables)
     EXPECT_EQ(Reports([&] { EXPECT_EQ(Apply(), "w 30 80, w 34 00, w 39 00, w 3b 00"); }),
               "ImageSet: [kel_isp] ERROR: SetAE failed.\n");
     EXPECT_EQ(SetAE(&wanted), 0); // nothing differs any more, no table is needed
+    Change("2A_DEFLICKER=60,2A_MAN_GAIN=7,2A_MAN_EXPOSURE=1");
+    Capture([&] { EXPECT_EQ(SetAE(&wanted), -9); }); // for the gain
+    EXPECT_EQ(Effects(), "") << "no shutter behind a failing gain";
 }
 
 TEST_F(Applier, EveryStepIsReportedAndTheNextOneRuns)
 {
     gtImgCfgStatus.mirror = gtImgCfgStatus.flip = gtImgCfgStatus.extWdr = gtImgCfgStatus.nfLevel = 1;
     gtImgCfgStatus.awbEn = 1;
-    Change("2A_AWB_EN=0,2A_WB_SAVE=1");
-    for (const char *calls : {"w ", "r 18", "r 19", "rename"})
+    giImgSetErrCount = 100;
+    Change("2A_AWB_EN=0,2A_WB_SAVE=1,dnLs=1");
+    for (const char *calls : {"w ", "r 18", "r 19", "rename", "gio"})
         board.Fail(calls, 1, EIO, 1000);
     std::string expected;
     for (const char *step :
@@ -216,6 +220,7 @@ TEST_F(Applier, EveryStepIsReportedAndTheNextOneRuns)
         expected += *step != '\0' ? std::string("ImageSet: [kel_isp] ") + step + " failed.\n"
                                   : "SaveWB: [kel_isp] Save WB R Data Error!!!!!!\n";
     EXPECT_EQ(Reports([&] { ImageSet(&wanted); }), expected);
+    EXPECT_EQ(giImgSetErrCount, 100 + 23 + 3) << "the light sensor's state, filter and LEDs without a report";
     EXPECT_EQ(wanted.wbR, -6 * 512); // the failed readout's status
     EXPECT_EQ(wanted.wbSave, 1);
     board.Reset();

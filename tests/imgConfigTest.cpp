@@ -152,6 +152,8 @@ TEST_F(Config, NestedLoadsApplyInPlaceAndEnd)
     EXPECT_EQ(record.wbB, 3);
     EXPECT_EQ(record.flip, 1);
     board.Take();
+    EXPECT_EQ(Load("RELOAD=1\n"), 0);
+    EXPECT_EQ(board.Take().size(), 2U * 5); // the file, and itself four levels deep
     std::string many;
     for (int i = 0; i < 1000; ++i)
         many += "RELOAD=1\nRESET=1\n";
@@ -240,14 +242,15 @@ TEST_F(Config, Defaults)
 
 TEST_F(Config, DayNightSwitch)
 {
-    for (int bits = 0; bits < 6 * 3 * 3 * 3; ++bits) {
-        record.dnMode = bits % 6 == 5 ? -1 : bits % 6;
-        record.dnIcr = bits / 6 % 3;
-        record.dnDi = bits / 18 % 3;
-        record.dnLs = bits / 54;
-        const bool night =
-            record.dnIcr == 1 && (record.dnMode == 2 || (record.dnMode == 3 && record.dnDi == 0) ||
-                                  (record.dnMode % 4 == 0 && record.dnLs == 1));
+    // By mode, -1 to 5: '1' where it is night, for the light sensor 0 to 2 and, within, the input 0 to 2.
+    const char *const nights[] = {"000000000", "000111000", "000000000", "111111111",
+                                  "100100100", "000111000", "000000000"};
+    for (int bits = 0; bits < 7 * 3 * 9; ++bits) {
+        record.dnMode = bits % 7 - 1;
+        record.dnIcr = bits / 7 % 3;
+        record.dnDi = bits / 21 % 3;
+        record.dnLs = bits / 63;
+        const bool night = record.dnIcr == 1 && nights[bits % 7][bits / 21] == '1';
         EXPECT_EQ(ApplyIcrLedConfig(&record), 0);
         EXPECT_EQ(board.Take(), Lines({"open /dev/gio", night ? "gio 11 35 1" : "gio 11 35 0",
                                        night ? "gio 11 0 0" : "gio 11 0 1", "gio 11 91 1", "close /dev/gio"}))

@@ -27,35 +27,36 @@ namespace
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinite = std::numeric_limits<double>::infinity();
 
-// A gain as the tables hold it: three decimals.
-double Rounded(double gain)
+// A gain table: telling rows, and over all rows the sum of (code + 1) x gain in thousandths.
+template <size_t rows>
+void ExpectTable(const GainTableEntry (&table)[rows], const std::map<int, double> &telling, int64_t sum,
+                 double (*toGain)(uint8_t), int (*toCode)(double))
 {
-    return std::round(gain * 1000.0) / 1000.0;
+    for (const auto &[code, gain] : telling)
+        EXPECT_EQ(table[code].gain, gain) << code;
+    for (int code = 0; code < static_cast<int>(rows); ++code) {
+        const double gain = table[code].gain;
+        EXPECT_EQ(table[code].regValue, code);
+        EXPECT_EQ(gain, std::round(gain * 1000.0) / 1000.0) << code;
+        sum -= (code + 1) * std::llround(gain * 1000.0);
+        EXPECT_EQ(toGain(static_cast<uint8_t>(code)), gain) << code;
+        EXPECT_EQ(toCode(gain), code);
+        EXPECT_EQ(toCode(std::nextafter(gain, 0.0)), code == 0 ? -6 : code - 1);
+    }
+    EXPECT_EQ(sum, 0);
 }
 
 TEST(Conversions, GainTablesWhole)
 {
-    for (int code = 0; code < 256; ++code) {
-        const double gain = code == 141 ? 2.404 : Rounded(std::ldexp(64.0 + code % 64, code / 64 - 7));
-        EXPECT_EQ(gtWbTable[code].regValue, code);
-        EXPECT_EQ(gtWbTable[code].gain, gain) << code;
-        EXPECT_EQ(CXD3193AR_WbTable_RegValue2Gain(static_cast<uint8_t>(code)), gain);
-        EXPECT_EQ(CXD3193AR_WbTable_Gain2RegValue(gain), code);
-        EXPECT_EQ(CXD3193AR_WbTable_Gain2RegValue(std::nextafter(gain, 0.0)), code == 0 ? -6 : code - 1);
-    }
-    for (int code = 0; code < 256; ++code) {
-        const double gain = code == 192  ? 7.953
-                            : code > 192 ? 0.0
-                                         : Rounded(std::ldexp(128.0, code / 64) / (128 - code % 64));
-        EXPECT_EQ(CXD3193AR_AgainTable_RegValue2Again(static_cast<uint8_t>(code)), gain) << code;
-        if (code <= 192) {
-            EXPECT_EQ(gtAgainTable[code].regValue, code);
-            EXPECT_EQ(gtAgainTable[code].gain, gain) << code;
-            EXPECT_EQ(CXD3193AR_AgainTable_Again2RegValue(gain), code);
-            EXPECT_EQ(CXD3193AR_AgainTable_Again2RegValue(std::nextafter(gain, 0.0)),
-                      code == 0 ? -6 : code - 1);
-        }
-    }
+    // clang-format off
+    ExpectTable(gtWbTable, {{0, 0.5}, {1, 0.508}, {3, 0.523}, {8, 0.563}, {63, 0.992}, {64, 1.0}, {65, 1.016},
+        {127, 1.984}, {128, 2.0}, {129, 2.031}, {141, 2.404}, {191, 3.969}, {192, 4.0}, {193, 4.063}, {255, 7.938}},
+        129746548, CXD3193AR_WbTable_RegValue2Gain, CXD3193AR_WbTable_Gain2RegValue);
+    ExpectTable(gtAgainTable, {{0, 1.0}, {1, 1.008}, {5, 1.041}, {32, 1.333}, {63, 1.969}, {64, 2.0}, {65, 2.016},
+        {96, 2.667}, {127, 3.938}, {128, 4.0}, {129, 4.031}, {141, 4.452}, {160, 5.333}, {191, 7.877}, {192, 7.953}},
+        80321384, CXD3193AR_AgainTable_RegValue2Again, CXD3193AR_AgainTable_Again2RegValue);
+    // clang-format on
+    EXPECT_EQ(CXD3193AR_AgainTable_RegValue2Again(193) + CXD3193AR_AgainTable_RegValue2Again(255), 0.0);
 }
 
 TEST(Conversions, WrittenOutValues)
@@ -208,12 +209,13 @@ TEST_F(Sensor, ExposureTimes)
         int frames;
         unsigned lines;
     } cases[] = {
-        {6, 10000.0, 0, 327},     {6, 33335.0, 0, 1091}, {6, 33335.01, 0, 1089},  {6, 40000.0, 0, 1089},
-        {6, 50000.0, 1, 2179},    {6, 1e5, 2, 3269},     {6, 1e6, 29, 32699},     {6, 1.9e6, 56, 62129},
-        {6, 2e6, 59, 65399},      {6, 3e6, 59, 65399},   {6, 1e9, 59, 65399},     {6, 1e300, 59, 65399},
-        {6, infinite, 59, 65399}, {6, 0.0, 0, 0},        {6, 21.38, 0, 0},        {6, 21.39, 0, 1},
-        {6, -1.0, 0, 0},          {6, -1e300, 0, 0},     {6, notANumber, 0, 0},   {7, 33335.0, 0, 1091},
-        {7, 40000.0, 1, 1103},    {7, 1e6, 58, 32567},   {7, 1.99e6, 117, 65135}, {7, 1e7, 117, 65135},
+        {6, 10000.0, 0, 327},     {6, 33335.0, 0, 1091},  {6, 33335.01, 0, 1089},  {6, 40000.0, 0, 1089},
+        {6, 50000.0, 1, 2179},    {6, 1e5, 2, 3269},      {6, 1e6, 29, 32699},     {6, 1.9e6, 56, 62129},
+        {6, 83224.16, 1, 2179},   {6, 83224.17, 2, 3269}, // half a frame on
+        {6, 2e6, 59, 65399},      {6, 3e6, 59, 65399},    {6, 1e9, 59, 65399},     {6, 1e300, 59, 65399},
+        {6, infinite, 59, 65399}, {6, 0.0, 0, 0},         {6, 21.38, 0, 0},        {6, 21.39, 0, 1},
+        {6, -1.0, 0, 0},          {6, -1e300, 0, 0},      {6, notANumber, 0, 0},   {7, 33335.0, 0, 1091},
+        {7, 40000.0, 1, 1103},    {7, 1e6, 58, 32567},    {7, 1.99e6, 117, 65135}, {7, 1e7, 117, 65135},
     };
     for (const auto &c : cases) {
         Initialise(c.type);
