@@ -62,6 +62,10 @@ same "docs/library.md shows another example than tests/cReader.c" "$work/example
 sed -n '/^#include <kelisp.h>/,/^\.Ed/{/^\.Ed/!p}' man/kelisp.3 | sed 's/\\e/\\/g' >"$work/page"
 same "man/kelisp.3 shows another example than tests/cReader.c" "$work/example" "$work/page"
 
+camSim fault --help | sed -n '/^Calls/,$p' >"$work/wanted"
+sed -n '/^\.\\" The output of `camSim fault/,/^\.fi/{/^\./!p}' man/camSim.1 >"$work/page"
+same "man/camSim.1 has other words for fault rules than camSim" "$work/wanted" "$work/page"
+
 for page in man/*; do
     complaints=$(cd man && mandoc -T lint -W style "${page#man/}" 2>/dev/null) # there, so that pages find each other
     [ -z "$complaints" ] && continue
@@ -80,4 +84,7 @@ grep -Eo "\{'.', (\"[a-z]+\"|nullptr)" app/camStat/options.cpp |
 bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camStat -) COMP_CWORD=1 && _camStat && printf "%s\n" "${COMPREPLY[@]}"' |
     sort >"$work/offered"
 same "tools/completion/camStat.bash offers other options than camStat has" "$work/options" "$work/offered"
+camSim --help | sed -nE 's/^  (--[a-z-]+)[[ ].*/\1/p' | sort >"$work/options"
+bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camSim_options' | sort >"$work/offered"
+same "tools/completion/camStat.bash offers other options than camSim has" "$work/options" "$work/offered"
 exit $((failures > 0))

@@ -29,18 +29,78 @@ uint32_t *LockWord()
     return gBoard.state == nullptr ? &gNoBoardLock : &gBoard.state->lock;
 }
 
+// Whether a thread with this number may be about to give the word free. Processes of other users keep to
+// themselves what they map; a lock is held for microseconds, so they are believed for a second.
+bool MayHold(const uint32_t *word, uint32_t holder, uint64_t waitedNs)
+{
+    constexpr uint64_t kPatienceNs = 1000000000;
+    if (gBoard.state == nullptr || word != &gBoard.state->lock)
+        return host::IsOwnThread(holder);
+    const host::Mapped mapped = host::HasMapped(holder, word);
+    return mapped == host::Mapped::Yes || (mapped == host::Mapped::Unknown && waitedNs < kPatienceNs);
+}
+
+// Not for a number that is none.
+bool IsWithin(double value, double least, double most)
+{
+    return value >= least && value <= most;
+}
+
+bool IsSound(const CmemBuffer &buffer)
+{
+    return buffer.size == 0 || (buffer.phys >= kCmemBase && buffer.phys < kCmemEnd &&
+                                buffer.size <= kCmemEnd - buffer.phys && buffer.users > 0);
+}
+
+bool IsSound(const FaultRule &rule)
+{
+    constexpr uint32_t kMostErrno = 4095;
+    const bool hasTime =
+        rule.effect == Effect::Delay || rule.effect == Effect::Busy || rule.effect == Effect::Back;
+    return rule.text[sizeof(rule.text) - 1] == '\0' && rule.path[sizeof(rule.path) - 1] == '\0' &&
+           rule.effect <= Effect::ReadOnlyFlash && rule.error <= kMostErrno && rule.used <= 1 &&
+           (rule.used == 0 || rule.error > 0) && !(hasTime && rule.value > kLongestUs);
+}
+
+template <class Record, size_t count>
+bool AreSound(const Record (&records)[count])
+{
+    for (const Record &record : records)
+        if (!IsSound(record))
+            return false;
+    return true;
+}
+
+// All other members may have any value.
+bool IsSound(const BoardState &state)
+{
+    constexpr double kMostExposureGain = 1e12; // beyond the longest exposure with the highest gains
+    constexpr double kMostWhiteGain = 16.0;
+    constexpr double kMostFrames = 1e6;
+    const Scene &scene = state.scene;
+    const Live &live = state.live;
+    return IsWithin(scene.lightLux, 0.0, kMostLux) && IsWithin(scene.kelvin, kLeastKelvin, kMostKelvin) &&
+           scene.sensorType <= kMostSensorType && scene.reflectBusyUs <= kLongestUs &&
+           IsWithin(live.exposureGain, 0.0, kMostExposureGain) && IsWithin(live.red, 0.0, kMostWhiteGain) &&
+           IsWithin(live.blue, 0.0, kMostWhiteGain) && IsWithin(live.frames, 0.0, kMostFrames) &&
+           AreSound(state.cmem) && state.faultCount <= kFaultRules && AreSound(state.faults);
+}
+
 } // namespace
 
 WordLock::WordLock(uint32_t *word) : word_(word)
 {
     const uint32_t self = host::ThreadId();
+    uint64_t startNs = 0;
     for (unsigned tries = 1;; ++tries) {
         uint32_t holder = 0;
         if (__atomic_compare_exchange_n(word, &holder, self, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED))
             return;
-        if (tries % 256 == 0 && (holder == self || !host::IsAlive(holder))) {
+        if (tries % 256 == 0) {
+            startNs = startNs != 0 ? startNs : host::MonotonicNs();
             // The holder died in the middle; its number may have been given to this thread since.
-            __atomic_compare_exchange_n(word, &holder, 0, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
+            if (holder == self || !MayHold(word, holder, host::MonotonicNs() - startNs))
+                __atomic_compare_exchange_n(word, &holder, 0, false, __ATOMIC_RELAXED, __ATOMIC_RELAXED);
         }
         host::Yield();
     }
@@ -73,6 +133,8 @@ AttachResult AttachBoard(const char *folder)
         return AttachResult::Damaged;
     if (state->layout != kLayout || state->size != sizeof(BoardState))
         return AttachResult::OtherLayout;
+    if (!IsSound(*state))
+        return AttachResult::Damaged;
     gBoard.startNs = host::MonotonicNs();
     gBoard.state = state;
     return AttachResult::Ok;

@@ -28,7 +28,8 @@ extern Board gBoard;
 
 enum class AttachResult { Ok, NoFile, Damaged, OtherLayout };
 
-/// Maps the state of the board in `folder` into gBoard.
+/// Maps the state of the board in `folder` into gBoard. A state with any
+/// member out of its bounds is damaged: whoever has a board can rely on it.
 AttachResult AttachBoard(const char *folder);
 
 /// "folder/name" of this board. `name` may begin with a slash,
@@ -42,7 +43,8 @@ uint64_t BoardNs();
 void LogToKernel(const char *text);
 
 /// A lock that is a word in memory: the number of the thread that holds it, 0 when it is free. It works
-/// between threads and between processes, survives a fork, and a holder that died loses it to the next one.
+/// between threads and between processes and survives a fork. A holder that is not (or no more) a thread of
+/// this process, or for the board's lock of a process that has the board mapped, loses it to the next one.
 /// It is not a mutex of the threads library because a thread checker's run-time library calls into this one
 /// when its own part in such a mutex is over already.
 class WordLock

@@ -22,6 +22,15 @@ inline constexpr int kReflectGroups = 17;
 inline constexpr int kCmemBuffers = 64;
 inline constexpr int kFaultRules = 32;
 
+/// Bounds of what a board holds: a state beyond them is damaged.
+inline constexpr double kMostLux = 200000.0;
+inline constexpr double kLeastKelvin = 1000.0;
+inline constexpr double kMostKelvin = 20000.0;
+inline constexpr uint32_t kMostSensorType = 15;
+inline constexpr uint32_t kLongestUs = 3600000000U;
+inline constexpr uint32_t kCmemBase = 0x85000000; ///< physical addresses of the contiguous memory
+inline constexpr uint32_t kCmemEnd = 0x86800000;
+
 /// The light on the simulated scene, and what else the person at the board chooses.
 struct Scene {
     double lightLux;

@@ -6,6 +6,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -37,6 +38,42 @@ constexpr long kClockSleep = SYS_clock_nanosleep;
 long OrErrno(long result)
 {
     return result < 0 ? -errno : result;
+}
+
+// A line of a process's list of mappings, as far as it tells which file is where.
+struct MappedFile {
+    unsigned long begin;
+    unsigned long end;
+    char device[32];
+    char inode[32];
+};
+
+// Reads a list of mappings line by line into `file` until `isWanted`.
+template <class IsWanted>
+Mapped FindMapping(const char *list, MappedFile *file, IsWanted isWanted)
+{
+    const int fd = Open(list, O_RDONLY);
+    if (fd < 0)
+        return fd == -ENOENT || fd == -ESRCH ? Mapped::No : Mapped::Unknown;
+    char text[8192];
+    size_t length = 0;
+    Mapped found = Mapped::No;
+    for (long got = 1; got > 0 && found == Mapped::No;) {
+        got = Read(fd, text + length, sizeof(text) - 1 - length);
+        length += got > 0 ? static_cast<size_t>(got) : 0;
+        text[length] = '\0';
+        char *line = text;
+        for (char *end = nullptr; found == Mapped::No && (end = strchr(line, '\n')) != nullptr;
+             line = end + 1)
+            if (sscanf(line, "%lx-%lx %*s %*s %31s %31s", &file->begin, &file->end, file->device,
+                       file->inode) == 4 &&
+                isWanted())
+                found = Mapped::Yes;
+        length -= static_cast<size_t>(line - text);
+        memmove(text, line, length);
+    }
+    Close(fd);
+    return found;
 }
 
 } // namespace
@@ -150,7 +187,33 @@ uint32_t ThreadId()
 
 bool IsAlive(uint32_t id)
 {
-    return syscall(SYS_kill, static_cast<long>(id), 0L) == 0 || errno != ESRCH;
+    // 0 and what is negative as a number would ask for groups of processes.
+    return static_cast<int32_t>(id) > 0 &&
+           (syscall(SYS_kill, static_cast<long>(id), 0L) == 0 || errno != ESRCH);
+}
+
+bool IsOwnThread(uint32_t id)
+{
+    char path[48];
+    snprintf(path, sizeof(path), "/proc/self/task/%u", id);
+    const int fd = Open(path, O_PATH);
+    Close(fd);
+    return fd >= 0;
+}
+
+Mapped HasMapped(uint32_t id, const void *address)
+{
+    MappedFile own = {};
+    MappedFile other = {};
+    const auto place = reinterpret_cast<uintptr_t>(address);
+    char path[48];
+    if (FindMapping("/proc/self/maps", &own, [&] { return place >= own.begin && place < own.end; }) !=
+        Mapped::Yes)
+        return IsAlive(id) ? Mapped::Unknown : Mapped::No;
+    snprintf(path, sizeof(path), "/proc/%u/maps", id);
+    return FindMapping(path, &other, [&] {
+        return strcmp(own.device, other.device) == 0 && strcmp(own.inode, other.inode) == 0;
+    });
 }
 
 } // namespace sim::host

@@ -37,6 +37,14 @@ uint32_t ProcessId();
 uint32_t ThreadId();
 /// A process or thread with this number is there.
 bool IsAlive(uint32_t id);
+/// A thread of this process has this number.
+bool IsOwnThread(uint32_t id);
+
+enum class Mapped { No, Yes, Unknown };
+
+/// Whether the process of this thread has mapped the file
+/// that this process has mapped at `address`; Unknown where it cannot be looked up.
+Mapped HasMapped(uint32_t id, const void *address);
 
 } // namespace sim::host
 

@@ -29,8 +29,6 @@ struct CmemPool {
     uint32_t buffers;
 };
 
-constexpr uint32_t kCmemBase = 0x85000000;
-constexpr uint32_t kCmemEnd = 0x86800000;
 constexpr uint32_t kCmemBlockEnd[] = {0x86000000, 0x86800000};
 constexpr uint32_t kCmemHeapBase[] = {0x85800000, 0x86400000};
 constexpr CmemPool kCmemPools[] = {{0, 0x85000000, 0x00010000, 16},

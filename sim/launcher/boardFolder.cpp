@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A board's folder: what is in it when it is new, and how two processes may make it at the same time: the
-// state is written under a name of its own and then linked to the final one, which only one of them can do.
+// A board's folder: what is in it when it is new. Processes that make it at the same time wait for each other
+// on the folder itself, which the kernel frees when one dies. The state comes last: a folder with it is whole.
 #include "sim/launcher/boardFolder.h"
 
 #include "sim/board/board.h"
@@ -10,9 +10,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
-#include <sys/stat.h>
+#include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -25,7 +26,7 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr uintmax_t kVpssBytes = 0x10000;
-constexpr uintmax_t kCmemBytes = 0x01800000; // sparse: takes room only where a program writes
+constexpr uintmax_t kCmemBytes = kCmemEnd - kCmemBase; // sparse: takes room only where a program writes
 
 constexpr char kConfiguration[] = R"(# Image configuration: KEY = VALUE, one setting a line.
 
@@ -135,31 +136,43 @@ void CreateMemory(const fs::path &path, uintmax_t size)
         fs::resize_file(path, size);
 }
 
-void FillState(BoardState *state)
+// The folder, held by this process alone.
+class FolderLock
 {
-    *state = {};
-    memcpy(state->magic, kMagic, sizeof(kMagic));
-    state->layout = kLayout;
-    state->size = sizeof(*state);
-    PowerOnBoard(*state);
+  public:
+    explicit FolderLock(const fs::path &folder) : fd_(open(folder.c_str(), O_RDONLY | O_CLOEXEC))
+    {
+        flock(fd_, LOCK_EX);
+    }
+    ~FolderLock() { close(fd_); }
+    FolderLock(const FolderLock &) = delete;
+    FolderLock &operator=(const FolderLock &) = delete;
+
+  private:
+    int fd_;
+};
+
+BoardState NewState()
+{
+    BoardState state = {};
+    memcpy(state.magic, kMagic, sizeof(kMagic));
+    state.layout = kLayout;
+    state.size = sizeof(state);
+    PowerOnBoard(state);
+    return state;
 }
 
+// Under a name of its own first, so that nobody meets half a state.
 void CreateState(const fs::path &folder)
 {
-    const fs::path final = folder / kStateFile;
-    const fs::path own = folder / (std::string(kStateFile) + "." + std::to_string(getpid()));
-    BoardState state;
-    FillState(&state);
-    std::ofstream out(own, std::ios::binary | std::ios::trunc);
+    const fs::path unfinished = folder / (std::string(kStateFile) + ".new");
+    const BoardState state = NewState();
+    std::ofstream out(unfinished, std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char *>(&state), sizeof(state));
     out.close();
     if (!out)
-        throw fs::filesystem_error("cannot write", own, std::error_code(EIO, std::generic_category()));
-    const bool linked = link(own.c_str(), final.c_str()) == 0 || errno == EEXIST;
-    const int error = errno;
-    unlink(own.c_str());
-    if (!linked)
-        throw fs::filesystem_error("cannot create", final, std::error_code(error, std::generic_category()));
+        throw fs::filesystem_error("cannot write", unfinished, std::error_code(EIO, std::generic_category()));
+    fs::rename(unfinished, folder / kStateFile);
 }
 
 void CreateFiles(const fs::path &folder)
@@ -182,8 +195,7 @@ bool Attach(const std::string &folder, std::string *problem)
         *problem = "cannot open " + file + ": " + strerror(errno);
         return false;
     case AttachResult::Damaged:
-        *problem = file + " is damaged, or no board's; `camSim --board " + folder +
-                   " reset` makes a new board there";
+        *problem = file + " is damaged; `camSim --board " + folder + " reset` makes a new board there";
         return false;
     case AttachResult::OtherLayout:
         break;
@@ -193,9 +205,26 @@ bool Attach(const std::string &folder, std::string *problem)
     return false;
 }
 
+// Somebody else's files: a folder that is neither empty nor a board, not even a damaged one.
 bool IsForeign(const fs::path &folder)
 {
-    return fs::exists(folder) && !fs::exists(folder / kStateFile) && !fs::is_empty(folder);
+    const auto isThere = [&](const char *part) { return fs::exists(folder / part); };
+    return !fs::is_empty(folder) &&
+           !(isThere(kStateFile) && std::any_of(std::begin(kParts), std::end(kParts), isThere));
+}
+
+bool RefuseForeign(const std::string &folder, std::string *problem)
+{
+    *problem = folder + " holds other files and no board: it stays as it is; --board DIR chooses another "
+                        "folder, --new makes a board among these files";
+    return false;
+}
+
+bool Tell(const std::string &what, const fs::filesystem_error &error, std::string *problem)
+{
+    *problem = what + ": " + error.path1().string() + ": " + error.code().message() +
+               "; --board DIR chooses another folder";
+    return false;
 }
 
 } // namespace
@@ -206,33 +235,33 @@ std::string DefaultBoardFolder()
     const char *home = getenv("HOME");
     if (state != nullptr && state[0] == '/')
         return std::string(state) + "/camSim";
-    return home != nullptr && home[0] == '/' ? std::string(home) + "/.local/state/camSim" : "/tmp/camSim";
+    return home != nullptr && home[0] == '/' ? std::string(home) + "/.local/state/camSim" : "";
 }
 
-bool UseBoard(const std::string &folder, std::string *problem)
+bool UseBoard(const std::string &folder, bool amongOthers, std::string *problem)
 try {
     const fs::path path(folder);
     fs::create_directories(path);
-    if (!fs::exists(path / kStateFile)) {
+    if (amongOthers || !fs::exists(path / kStateFile)) {
+        const FolderLock lock(path);
+        if (!amongOthers && IsForeign(path))
+            return RefuseForeign(folder, problem);
         CreateFiles(path);
-        CreateState(path);
+        if (!fs::exists(path / kStateFile))
+            CreateState(path);
     }
-    return Attach(folder, problem);
+    return Attach(folder, problem) || (IsForeign(path) && RefuseForeign(folder, problem));
 } catch (const fs::filesystem_error &error) {
-    *problem = "cannot make a board in " + folder + ": " + error.path1().string() + ": " +
-               error.code().message() + "; --board DIR chooses another folder";
-    return false;
+    return Tell("cannot make a board in " + folder, error, problem);
 }
 
-bool ResetBoard(const std::string &folder, std::string *problem)
+bool ResetBoard(const std::string &folder, bool amongOthers, std::string *problem)
 try {
     const fs::path path(folder);
-    if (IsForeign(path)) {
-        *problem =
-            folder + " holds other files and no board: it stays as it is; --board DIR chooses another folder";
-        return false;
-    }
     fs::create_directories(path);
+    const FolderLock folderLock(path);
+    if (!amongOthers && IsForeign(path))
+        return RefuseForeign(folder, problem);
     for (const char *part : kParts)
         fs::remove_all(path / part);
     CreateFiles(path);
@@ -240,20 +269,17 @@ try {
         // In place, so that programs that have the board open
         // see the new one. They keep their numbers of runs.
         const BoardLock lock;
-        BoardState fresh;
-        FillState(&fresh);
+        BoardState fresh = NewState();
         fresh.runs = gBoard.state->runs;
         fresh.lock = gBoard.state->lock;
         *gBoard.state = fresh;
         return true;
     }
-    fs::remove(path / kStateFile);
+    fs::remove_all(path / kStateFile);
     CreateState(path);
     return Attach(folder, problem);
 } catch (const fs::filesystem_error &error) {
-    *problem =
-        "cannot reset the board in " + folder + ": " + error.path1().string() + ": " + error.code().message();
-    return false;
+    return Tell("cannot reset the board in " + folder, error, problem);
 }
 
 } // namespace sim

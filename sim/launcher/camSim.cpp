@@ -25,14 +25,16 @@ struct Option {
     const char *name;
     const char *value; ///< what it takes: empty for nothing; in brackets what may follow after '='
     const char *help;
+    bool isForProgram = false; ///< a command of camSim cannot honour it
 };
 
 constexpr Option kOptions[] = {
     {"--board", "DIR", "the board's folder; also $CAMSIM_BOARD"},
-    {"--fault", "RULE", "a fault for this run only, see `camSim fault --help`; may be repeated"},
-    {"--trace", "[=FILE]", "tell what the program does to the board, on standard error or in FILE"},
-    {"--trace-json", "[=FILE]", "the same for a program: one JSON object a line"},
-    {"--speed", "N", "the board and its clocks run N times as fast, 0.01 to 10000"},
+    {"--new", "", "make a board also in a folder that holds other files"},
+    {"--fault", "RULE", "a fault for this run only, see `camSim fault --help`; may be repeated", true},
+    {"--trace", "[=FILE]", "tell what the program does to the board, on standard error or in FILE", true},
+    {"--trace-json", "FILE", "the same for a program, in FILE: one JSON object a line", true},
+    {"--speed", "N", "the board and its clocks run N times as fast, 0.01 to 10000", true},
     {"--sensor", "6|7", "change the board's sensor first"},
     {"--emulator", "COMMAND",
      "run a foreign program by an emulator, as in 'qemu-arm -L /usr/arm-linux-gnueabi'"},
@@ -48,7 +50,7 @@ void PrintHelp(const std::string &board)
            "Runs a program as if it ran on the camera board: device nodes, camera processor, flash and "
            "clocks are\n"
            "simulated. The board keeps what programs do to it in its folder, %s\n\nOptions:\n",
-           board.c_str());
+           board.empty() ? "which --board DIR names" : board.c_str());
     for (const Option &option : kOptions) {
         const std::string left =
             std::string(option.name) + (option.value[0] == '[' ? "" : " ") + option.value;
@@ -85,8 +87,9 @@ struct CommandLine {
     std::string sensor;
     bool wantsHelp = false;
     bool wantsVersion = false;
-    bool isProgram = false; ///< "--" came before it
-    std::string forProgram; ///< the last option that a command could not honour
+    bool wantsNewBoard = false;
+    bool isProgram = false;          ///< "--" came before it
+    std::string lastOptionOfProgram; ///< empty when a command could honour all options
     Words rest;
 };
 
@@ -112,16 +115,16 @@ int RefuseOption(const std::string &name)
 bool IsSpeed(const std::string &text)
 {
     double speed = 0.0;
-    return ParseDecimal(text, 0.01, 10000.0, &speed);
+    return ParseFraction(text, 0.01, 10000.0, &speed);
 }
 
 // Takes the value of an option over; false when it is none for it.
-bool Store(CommandLine *line, const std::string &name, const std::string &value)
+bool TakeOption(const Option &option, const std::string &value, CommandLine *line)
 {
+    const std::string name = option.name;
     RunOptions &options = line->options;
-    const bool isForProgram =
-        name == "--fault" || name == "--trace" || name == "--trace-json" || name == "--speed";
-    line->forProgram = isForProgram ? name : line->forProgram;
+    if (option.isForProgram)
+        line->lastOptionOfProgram = name;
     if (name == "--board") {
         options.board = value;
         return !value.empty();
@@ -131,6 +134,7 @@ bool Store(CommandLine *line, const std::string &name, const std::string &value)
     } else if (name == "--trace" || name == "--trace-json") {
         options.trace = name == "--trace" ? "human" : "json";
         options.traceFile = value;
+        return name == "--trace" || !value.empty();
     } else if (name == "--speed") {
         options.speed = value;
         return IsSpeed(value);
@@ -144,11 +148,12 @@ bool Store(CommandLine *line, const std::string &name, const std::string &value)
     } else {
         line->wantsHelp = line->wantsHelp || name == "--help";
         line->wantsVersion = line->wantsVersion || name == "--version";
+        line->wantsNewBoard = line->wantsNewBoard || name == "--new";
     }
     return true;
 }
 
-int Parse(const Words &words, CommandLine *line)
+int ParseOptions(const Words &words, CommandLine *line)
 {
     size_t i = 0;
     for (; i < words.size() && words[i][0] == '-'; ++i) {
@@ -172,7 +177,7 @@ int Parse(const Words &words, CommandLine *line)
         } else if (option->value[0] == '\0' && equals != std::string::npos) {
             return Complain(kUsageStatus, "%s takes no value", option->name);
         }
-        if (!Store(line, name, value)) {
+        if (!TakeOption(*option, value, line)) {
             return Complain(kUsageStatus, "'%s' is no value for %s: it takes %s, %s", value.c_str(),
                             option->name, option->value, option->help);
         }
@@ -186,6 +191,7 @@ bool AsksForHelp(const Words &words)
     return words.size() == 2 && (words[1] == "--help" || words[1] == "-h");
 }
 
+// Empty when nothing tells where it is.
 std::string ChooseBoard(const std::string &asked)
 {
     const char *fromEnvironment = getenv("CAMSIM_BOARD");
@@ -194,7 +200,7 @@ std::string ChooseBoard(const std::string &asked)
         folder =
             fromEnvironment != nullptr && fromEnvironment[0] != '\0' ? fromEnvironment : DefaultBoardFolder();
     }
-    return std::filesystem::absolute(folder).lexically_normal().string();
+    return folder.empty() ? "" : std::filesystem::absolute(folder).lexically_normal().string();
 }
 
 // `camSim help [COMMAND]`; trace is explained where --trace is.
@@ -230,13 +236,15 @@ int Perform(CommandLine line)
         PrintCommandHelp(*command);
         return 0;
     }
-    if (command != nullptr && !line.forProgram.empty())
-        return RefuseForCommand(line.forProgram, *command);
+    if (command != nullptr && !line.lastOptionOfProgram.empty())
+        return RefuseForCommand(line.lastOptionOfProgram, *command);
     line.options.board = ChooseBoard(line.options.board);
+    if (line.options.board.empty())
+        return Complain(kUsageStatus, "without HOME, name the board's folder: --board DIR, or CAMSIM_BOARD");
     const bool isReset = command != nullptr && std::string(command->name) == "reset";
     if (isReset && !words.empty())
         return command->run(words);
-    if (!(isReset ? ResetBoard(line.options.board, &problem) : UseBoard(line.options.board, &problem)))
+    if (!(isReset ? ResetBoard : UseBoard)(line.options.board, line.wantsNewBoard, &problem))
         return Complain(1, "%s", problem.c_str());
     if (!line.sensor.empty())
         FindCommand("scene")->run({"sensor=" + line.sensor});
@@ -250,14 +258,14 @@ int TakeTraceWord(CommandLine *line)
         return 0;
     Words words(line->rest.begin() + 1, line->rest.end());
     words.insert(words.begin(), "--trace");
-    return Parse(words, line);
+    return ParseOptions(words, line);
 }
 
 int Run(const Words &words)
 {
     CommandLine line;
     line.options.speed = "1";
-    int status = Parse(words, &line);
+    int status = ParseOptions(words, &line);
     status = status != 0 ? status : TakeTraceWord(&line);
     if (status != 0)
         return status;
@@ -276,7 +284,12 @@ int Run(const Words &words)
 
 int main(int argc, char **argv)
 {
-    const int status = Run(Words(argv + 1, argv + argc));
+    int status = 0;
+    try {
+        status = Run(Words(argv + 1, argv + argc));
+    } catch (const std::filesystem::filesystem_error &error) {
+        status = Complain(1, "%s: %s", error.path1().c_str(), error.code().message().c_str());
+    }
     // What is not written by now never will be: a full disk must not pass for a result.
     errno = 0;
     if (fflush(stdout) == 0 && ferror(stdout) == 0)

@@ -228,18 +228,38 @@ constexpr Signal kSignals[] = {
     {"led", kPinIrLed, "on", "off", "IR LEDs"},
     {"ircut", kPinIrCut, "IR_CUT", "IR_PASS", "IR-cut filter; IR_CUT is day, IR_PASS night"},
     {"alarm", kPinAlarm, "low", "high", "alarm input; high is an alarm"},
-    {"reset", kPinReset, "held in reset", "running", "sensor reset line"},
+    {"reset", kPinReset, "held", "running", "sensor reset line"},
 };
 
-bool ParsePin(const std::string &name, uint32_t *pin)
+const Signal *FindSignal(uint32_t pin)
 {
+    const Signal *found =
+        std::find_if(std::begin(kSignals), std::end(kSignals), [&](const Signal &s) { return s.pin == pin; });
+    return found == std::end(kSignals) ? nullptr : found;
+}
+
+struct PinLevel {
+    uint32_t pin;
+    uint32_t level;
+};
+
+// SIGNAL=LEVEL: a signal's name or a pin's number; 0, 1, or the word that is shown for it.
+bool ParsePinLevel(const std::string &word, PinLevel *wanted)
+{
+    const size_t equals = word.find('=');
+    const std::string name = word.substr(0, equals);
+    const std::string level = equals != std::string::npos ? word.substr(equals + 1) : "";
+    bool isPin = ParseNumber(name, 0, kPins - 1, &wanted->pin);
     for (const Signal &signal : kSignals) {
         if (name == signal.name) {
-            *pin = signal.pin;
-            return true;
+            wanted->pin = signal.pin;
+            isPin = true;
         }
     }
-    return ParseNumber(name, 0, kPins - 1, pin);
+    const Signal *signal = isPin ? FindSignal(wanted->pin) : nullptr;
+    wanted->level = signal != nullptr && level == signal->high ? 1 : 0;
+    return isPin && ((signal != nullptr && (level == signal->low || level == signal->high)) ||
+                     ParseNumber(level, 0, 1, &wanted->level));
 }
 
 void PrintPins()
@@ -251,32 +271,34 @@ void PrintPins()
         printf("%-6s  %3u  %5u  %-13s  (%s)\n", signal.name, signal.pin, level,
                level == 0 ? signal.low : signal.high, signal.meaning);
     }
-    for (uint32_t pin = 0; pin < kPins; ++pin) {
-        const bool named = std::any_of(std::begin(kSignals), std::end(kSignals),
-                                       [pin](const Signal &signal) { return signal.pin == pin; });
-        if (!named && gBoard.state->pins[pin] != 0)
+    for (uint32_t pin = 0; pin < kPins; ++pin)
+        if (FindSignal(pin) == nullptr && gBoard.state->pins[pin] != 0)
             printf("%-6s  %3u  %5u\n", "", pin, gBoard.state->pins[pin]);
-    }
+}
+
+std::string PinWords()
+{
+    std::string words;
+    for (const Signal &signal : kSignals)
+        words += std::string(signal.name) + "=" + signal.low + " or " + signal.high + ", ";
+    return words;
 }
 
 int Pins(const Words &words)
 {
+    std::vector<PinLevel> wanted;
     for (const std::string &word : words) {
-        const size_t equals = word.find('=');
-        uint32_t pin = 0;
-        uint32_t level = 0;
-        if (equals == std::string::npos || !ParsePin(word.substr(0, equals), &pin) ||
-            !ParseNumber(word.substr(equals + 1), 0, 1, &level)) {
-            return Complain(kUsageStatus,
-                            "'%s' sets no pin: write SIGNAL=LEVEL with led, ircut, alarm, reset or a pin "
-                            "number below %d, and 0 or 1, as in `camSim pins alarm=1`",
-                            word.c_str(), kPins);
-        }
-        const BoardLock lock;
-        DrivePin(*gBoard.state, pin, static_cast<uint8_t>(level));
+        PinLevel pin = {};
+        if (!ParsePinLevel(word, &pin))
+            return Complain(kUsageStatus, "'%s' sets no pin: write %sor a pin number below %d, and 0 or 1",
+                            word.c_str(), PinWords().c_str(), kPins);
+        wanted.push_back(pin);
     }
     if (words.empty())
         PrintPins();
+    const BoardLock lock;
+    for (const PinLevel &pin : wanted)
+        DrivePin(*gBoard.state, pin.pin, static_cast<uint8_t>(pin.level));
     return 0;
 }
 
@@ -300,11 +322,11 @@ void PrintScene()
 bool SetScene(Scene *scene, const std::string &key, const std::string &value)
 {
     if (key == "light")
-        return ParseDecimal(value, 0.0, 200000.0, &scene->lightLux);
+        return ParseFraction(value, 0.0, kMostLux, &scene->lightLux);
     if (key == "temperature")
-        return ParseDecimal(value, 1000.0, 20000.0, &scene->kelvin);
+        return ParseFraction(value, kLeastKelvin, kMostKelvin, &scene->kelvin);
     if (key == "sensor")
-        return ParseNumber(value, 0, 15, &scene->sensorType);
+        return ParseNumber(value, 0, kMostSensorType, &scene->sensorType);
     return key == "reflect" && ParseTime(value, &scene->reflectBusyUs);
 }
 
@@ -409,8 +431,10 @@ constexpr char kPokeHelp[] =
     "Writes as the bus would, but at once: no register stays busy. Live readouts cannot be poked.\n"
     "Examples: camSim poke AeSwitch 0; camSim poke 0x37 0x40\n";
 constexpr char kPinsHelp[] =
-    "Without words, shows the board's signals. SIGNAL is led, ircut, alarm, reset or a pin number.\n"
-    "A rising reset line restarts the camera; alarm=1 is what a program that waits for it sees.\n";
+    "Without words, shows the board's signals. SIGNAL is led, ircut, alarm, reset or a pin number; LEVEL is\n"
+    "0, 1 or the word that is shown for it, as in `camSim pins led=on ircut=IR_PASS alarm=high "
+    "reset=running`.\n"
+    "A rising reset line restarts the camera; a high alarm is what a program that waits for it sees.\n";
 constexpr char kResetHelp[] =
     "Makes the board as new: registers, pins, scene, flash and configuration files, no fault rules.\n"
     "What earlier runs wrote to the board's flash is lost.\n";

@@ -14,6 +14,8 @@
 #include <errno.h>
 #include <string.h>
 
+#include <algorithm>
+#include <span>
 #include <vector>
 
 namespace sim
@@ -21,12 +23,6 @@ namespace sim
 
 namespace
 {
-
-constexpr char kWords[] = "which calls: nth=N, every=N, chance=SHARE (0 to 1) with seed=N, after=N, times=N, "
-                          "reg=NAME|ADDRESS, pin=NUMBER, "
-                          "/a/path; what happens: errno=NAME|NUMBER, missing, refused, fail, delay=TIME, for "
-                          "clock back=TIME, for reflect "
-                          "stuck or busy=TIME, for flash missing, full or readonly";
 
 // Names that stand for something longer.
 struct Alias {
@@ -60,7 +56,7 @@ std::string CallNames()
     return names;
 }
 
-std::string Unalias(const std::string &name)
+std::string LongName(const std::string &name)
 {
     for (const Alias &alias : kAliases)
         if (name == alias.name)
@@ -86,127 +82,193 @@ uint64_t FindCalls(const std::string &name, uint32_t *error)
     return calls;
 }
 
-bool ParseErrno(const std::string &text, uint32_t *error)
+// ---- The words of a rule: one table for the parser, its complaints, and the help
+
+template <uint32_t FaultRule::*member, uint32_t least>
+bool TakeNumber(const std::string &value, FaultRule *rule)
+{
+    return ParseNumber(value, least, UINT32_MAX, &(rule->*member));
+}
+
+bool TakeChance(const std::string &value, FaultRule *rule)
+{
+    double share = 0.0;
+    if (!ParseFraction(value, 0.0, 1.0, &share) || share == 0.0)
+        return false;
+    rule->chance = share >= 1.0 ? UINT32_MAX : static_cast<uint32_t>(share * 4294967296.0);
+    return true;
+}
+
+bool TakeSeed(const std::string &value, FaultRule *rule)
+{
+    uint32_t seed = 0;
+    const bool good = ParseNumber(value, 0, UINT32_MAX, &seed);
+    rule->random = seed;
+    return good;
+}
+
+bool TakeRegister(const std::string &value, FaultRule *rule)
+{
+    if (const Field *field = FindField(value.c_str())) {
+        rule->target = field->reg;
+        return true;
+    }
+    return ParseNumber(value, 0, kRegisters - 1, &rule->target);
+}
+
+bool TakePin(const std::string &value, FaultRule *rule)
+{
+    return ParseNumber(value, 0, kPins - 1, &rule->target);
+}
+
+bool TakePath(const std::string &value, FaultRule *rule)
+{
+    const bool fits = value.size() < sizeof(rule->path);
+    if (fits)
+        CopyText(value, &rule->path);
+    return fits;
+}
+
+bool TakeErrno(const std::string &value, FaultRule *rule)
 {
     constexpr int kLastErrno = 133;
     for (int candidate = 1; candidate <= kLastErrno; ++candidate) {
         const char *name = strerrorname_np(candidate);
-        if (name != nullptr && text == name) {
-            *error = static_cast<uint32_t>(candidate);
+        if (name != nullptr && value == name) {
+            rule->error = static_cast<uint32_t>(candidate);
             return true;
         }
     }
-    return ParseNumber(text, 1, kLastErrno, error);
+    return ParseNumber(value, 1, kLastErrno, &rule->error);
 }
 
-bool ParseTarget(const std::string &text, uint32_t *target)
+bool TakeTime(const std::string &value, FaultRule *rule)
 {
-    if (const Field *field = FindField(text.c_str())) {
-        *target = field->reg;
-        return true;
-    }
-    return ParseNumber(text, 0, 255, target);
+    return ParseTime(value, &rule->value);
 }
 
-bool ParseChance(const std::string &text, uint32_t *chance)
+bool TakeMissing(const std::string &, FaultRule *rule)
 {
-    double share = 0.0;
-    if (!ParseDecimal(text, 0.0, 1.0, &share) || share == 0.0)
-        return false;
-    *chance = share >= 1.0 ? UINT32_MAX : static_cast<uint32_t>(share * 4294967296.0);
+    rule->error = ENOENT;
     return true;
 }
 
-bool IsAbout(const FaultRule &rule, Call call)
+bool TakeNothing(const std::string &, FaultRule *)
 {
-    return (rule.calls & BitOf(call)) != 0;
+    return true;
 }
 
-bool SetEffect(FaultRule *rule, Call only, Effect effect, const std::string &word, std::string *problem)
+struct FaultWord {
+    const char *name;
+    const char *value; // what stands behind '=', empty for none
+    const char *meaning;
+    bool (*take)(const std::string &value, FaultRule *rule);
+    Effect effect = Effect::Fail; // Fail leaves the rule's as it is
+    Call only = Call::Count;      // the one call that the word goes with; Count for any
+};
+
+constexpr char kPathWord[] = "/a/path";
+
+constexpr FaultWord kChoices[] = {
+    {"nth", "N", "the Nth only", TakeNumber<&FaultRule::nth, 1>},
+    {"every", "N", "each Nth", TakeNumber<&FaultRule::every, 1>},
+    {"chance", "SHARE", "at random, with this share of 0 to 1", TakeChance},
+    {"seed", "N", "for chance: another sequence, which repeats as well", TakeSeed},
+    {"after", "N", "none of the first N", TakeNumber<&FaultRule::after, 0>},
+    {"times", "N", "at most N of them", TakeNumber<&FaultRule::times, 1>},
+    {"reg", "NAME|ADDRESS", "transfers that touch this register", TakeRegister},
+    {"pin", "NUMBER", "requests for this pin", TakePin},
+    {kPathWord, "", "on this node, this file, or below this folder", TakePath},
+};
+
+constexpr FaultWord kEffects[] = {
+    {"fail", "", "fail with the call's usual errno", TakeNothing},
+    {"refused", "", "the same", TakeNothing},
+    {"errno", "NAME|NUMBER", "fail with this errno", TakeErrno},
+    {"missing", "", "fail with ENOENT", TakeMissing},
+    {"delay", "TIME", "the call is late, then goes on; as in 5ms, 200us, 2s", TakeTime, Effect::Delay},
+    {"cmem.version", "VERSION", "the driver answers with this version", TakeNumber<&FaultRule::value, 0>,
+     Effect::Value, Call::CmemVersion},
+    {"stuck", "", "the camera never takes settings over", TakeNothing, Effect::Stuck, Call::Reflect},
+    {"busy", "TIME", "it takes another time for it", TakeTime, Effect::Busy, Call::Reflect},
+    {"back", "TIME", "the clock reads earlier", TakeTime, Effect::Back, Call::Clock},
+    {"missing", "", "nothing is below /mnt/nand, or a path of the rule", TakeMissing, Effect::MissingFlash,
+     Call::Flash},
+    {"full", "", "files open there, but no byte fits", TakeNothing, Effect::FullFlash, Call::Flash},
+    {"readonly", "", "nothing there can be changed", TakeNothing, Effect::ReadOnlyFlash, Call::Flash},
+};
+
+// The word as it is written, with the call that it goes with.
+std::string Written(const FaultWord &word)
 {
-    if (rule->calls != BitOf(only)) {
+    const std::string text = std::string(word.name) + (word.value[0] != '\0' ? "=" : "") + word.value;
+    const bool namesCall = word.only == Call::Count || strcmp(word.name, NameOf(word.only)) == 0;
+    return namesCall ? text : NameOf(word.only) + (":" + text);
+}
+
+using FaultWords = std::span<const FaultWord>;
+
+std::string List(FaultWords words)
+{
+    std::string list;
+    for (const FaultWord &word : words)
+        list += (list.empty() ? "" : ", ") + Written(word);
+    return list;
+}
+
+// A line of the help: what to write, and what it means.
+std::string Explain(const std::string &written, const char *meaning)
+{
+    std::string left = "  " + written;
+    left.resize(std::max<size_t>(left.size() + 1, 26), ' ');
+    return left + meaning + "\n";
+}
+
+std::string Explain(FaultWords words)
+{
+    std::string lines;
+    for (const FaultWord &word : words)
+        lines += Explain(Written(word), word.meaning);
+    return lines;
+}
+
+// The row that fits a word best: one that goes with these calls, then one that goes with any, then one that
+// goes with others; null when there is none.
+const FaultWord *FindWord(const std::string &name, bool hasValue, uint64_t calls)
+{
+    const FaultWord *best = nullptr;
+    int bestFit = 0;
+    for (const FaultWords words : {FaultWords(kChoices), FaultWords(kEffects)}) {
+        for (const FaultWord &word : words) {
+            const int fit = word.only == Call::Count ? 2 : calls == BitOf(word.only) ? 3 : 1;
+            if (name == word.name && hasValue == (word.value[0] != '\0') && fit > bestFit) {
+                best = &word;
+                bestFit = fit;
+            }
+        }
+    }
+    return best;
+}
+
+bool TakeWord(const std::string &text, FaultRule *rule, std::string *problem)
+{
+    const bool isPath = text[0] == '/';
+    const size_t equals = isPath ? std::string::npos : text.find('=');
+    const bool hasValue = equals != std::string::npos;
+    const std::string value = isPath ? text : hasValue ? text.substr(equals + 1) : "";
+    const FaultWord *word = FindWord(isPath ? kPathWord : text.substr(0, equals), hasValue, rule->calls);
+    if (word == nullptr)
+        return Refuse(problem, "'" + text + "' means nothing in a rule. Words are, which calls: " +
+                                   List(kChoices) + "; what happens: " + List(kEffects));
+    if (word->only != Call::Count && rule->calls != BitOf(word->only))
         return Refuse(problem,
-                      "'" + word + "' goes with " + NameOf(only) + ", as in " + NameOf(only) + ":" + word);
-    }
-    rule->effect = effect;
+                      "'" + text + "' goes with " + NameOf(word->only) + ", as in " + Written(*word));
+    if (!word->take(value, rule))
+        return Refuse(problem,
+                      "'" + value + "' is not a value for " + Written(*word) +
+                          "; examples: nth=3 every=100 chance=0.01 seed=7 reg=ExpTime errno=EIO delay=5ms");
+    rule->effect = word->effect != Effect::Fail ? word->effect : rule->effect;
     return true;
-}
-
-bool ApplyPlainWord(FaultRule *rule, const std::string &word, std::string *problem)
-{
-    if (word[0] == '/') {
-        if (word.size() >= sizeof(rule->path))
-            return Refuse(problem, "the path '" + word + "' is too long");
-        CopyText(word, &rule->path);
-        return true;
-    }
-    if (word == "missing") {
-        rule->error = ENOENT;
-        return !IsAbout(*rule, Call::Flash) ||
-               SetEffect(rule, Call::Flash, Effect::MissingFlash, word, problem);
-    }
-    if (word == "full")
-        return SetEffect(rule, Call::Flash, Effect::FullFlash, word, problem);
-    if (word == "readonly")
-        return SetEffect(rule, Call::Flash, Effect::ReadOnlyFlash, word, problem);
-    if (word == "stuck")
-        return SetEffect(rule, Call::Reflect, Effect::Stuck, word, problem);
-    if (word == "fail" || word == "refused")
-        return true; // with the call's own errno
-    return Refuse(problem, "'" + word + "' means nothing in a rule. Words are, " + kWords);
-}
-
-bool ApplySetting(FaultRule *rule, const std::string &key, const std::string &value, std::string *problem)
-{
-    uint32_t seed = 0;
-    bool good = false;
-    if (key == "nth") {
-        good = ParseNumber(value, 1, UINT32_MAX, &rule->nth);
-    } else if (key == "every") {
-        good = ParseNumber(value, 1, UINT32_MAX, &rule->every);
-    } else if (key == "after") {
-        good = ParseNumber(value, 0, UINT32_MAX, &rule->after);
-    } else if (key == "times") {
-        good = ParseNumber(value, 1, UINT32_MAX, &rule->times);
-    } else if (key == "chance") {
-        good = ParseChance(value, &rule->chance);
-    } else if (key == "seed") {
-        good = ParseNumber(value, 0, UINT32_MAX, &seed);
-        rule->random = seed;
-    } else if (key == "reg") {
-        good = ParseTarget(value, &rule->target);
-    } else if (key == "pin") {
-        good = ParseNumber(value, 0, kPins - 1, &rule->target);
-    } else if (key == "errno") {
-        good = ParseErrno(value, &rule->error);
-    } else if (key == "delay") {
-        rule->effect = Effect::Delay;
-        good = ParseTime(value, &rule->value);
-    } else if (key == "busy") {
-        good = ParseTime(value, &rule->value);
-        return good ? SetEffect(rule, Call::Reflect, Effect::Busy, "busy=" + value, problem)
-                    : Refuse(problem, "busy takes a time such as 40ms");
-    } else if (key == "back") {
-        good = ParseTime(value, &rule->value);
-        return good ? SetEffect(rule, Call::Clock, Effect::Back, "back=" + value, problem)
-                    : Refuse(problem, "back takes a time such as 2s");
-    } else {
-        return Refuse(problem, "'" + key + "=' means nothing in a rule. Words are, " + kWords);
-    }
-    return good ||
-           Refuse(problem,
-                  "'" + value + "' is not a value for " + key +
-                      "; examples: nth=3 every=100 chance=0.01 seed=7 reg=ExpTime errno=EIO delay=5ms");
-}
-
-bool ApplyWord(FaultRule *rule, const std::string &word, std::string *problem)
-{
-    const size_t equals = word.find('=');
-    if (word.empty())
-        return Refuse(problem, "a word is empty. Words are, " + std::string(kWords));
-    return equals == std::string::npos || word[0] == '/'
-               ? ApplyPlainWord(rule, word, problem)
-               : ApplySetting(rule, word.substr(0, equals), word.substr(equals + 1), problem);
 }
 
 // Cuts at any of the characters.
@@ -222,24 +284,20 @@ std::vector<std::string> Split(const std::string &text, const char *at)
     return parts;
 }
 
-bool ApplyHead(FaultRule *rule, const std::string &head, std::string *problem)
+// CALL, or CALL=VALUE where a word of that name goes with this call alone.
+bool TakeCall(const std::string &head, FaultRule *rule, std::string *problem)
 {
     const size_t equals = head.find('=');
-    const std::string name = Unalias(head.substr(0, equals));
+    const std::string name = LongName(head.substr(0, equals));
     rule->calls = FindCalls(name, &rule->error);
-    if (rule->calls == 0) {
+    if (rule->calls == 0)
         return Refuse(problem, "there is no call '" + name + "' to fail. Calls are: " + CallNames() +
                                    "; i2c, gio, cmem and ioctl stand for all of their kind");
-    }
-    if (equals != std::string::npos) {
-        rule->effect = Effect::Value;
-        return (rule->calls == BitOf(Call::CmemVersion) &&
-                ParseNumber(head.substr(equals + 1), 0, UINT32_MAX, &rule->value)) ||
-               Refuse(problem, "only the driver's version takes a value, as in cmem.version=0x02200000");
-    }
+    if (equals != std::string::npos && FindWord(name, true, rule->calls) == nullptr)
+        return Refuse(problem, "only the driver's version takes a value, as in cmem.version=0x02200000");
     if (rule->calls == BitOf(Call::Flash))
         CopyText(kFlashPath, &rule->path);
-    return true;
+    return equals == std::string::npos || TakeWord(head, rule, problem);
 }
 
 } // namespace
@@ -253,10 +311,10 @@ bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem)
         return Refuse(problem, "the rule is too long");
     CopyText(text, &rule->text);
     const std::vector<std::string> parts = Split(text, ":,");
-    if (!ApplyHead(rule, parts[0], problem))
+    if (!TakeCall(parts[0], rule, problem))
         return false;
     for (size_t i = 1; i < parts.size(); ++i)
-        if (!ApplyWord(rule, parts[i], problem))
+        if (!TakeWord(parts[i], rule, problem))
             return false;
     const bool isState = rule->calls == BitOf(Call::Reflect) || rule->calls == BitOf(Call::Flash);
     if (rule->calls == BitOf(Call::Reflect) && rule->effect == Effect::Fail)
@@ -310,33 +368,13 @@ std::string FaultHelp()
 {
     std::string help =
         "A rule is CALL[:WORD,WORD...]: which device call, which of these calls, and what happens.\n\n"
-        "Calls (i2c, gio, cmem and ioctl stand for all of their kind; slave for i2c.select):\n";
-    for (const CallInfo &call : kCalls) {
-        std::string name = call.name;
-        name.resize(16, ' ');
-        help += "  " + name + call.meaning + "\n";
-    }
-    help += "\nWhich of these calls (all, without one):\n"
-            "  nth=N           the Nth only\n"
-            "  every=N         each Nth\n"
-            "  chance=SHARE    at random, 0 to 1; seed=N makes another, equally repeatable sequence\n"
-            "  after=N         none of the first N\n"
-            "  times=N         at most N of them\n"
-            "  reg=NAME|ADDR   transfers that touch this register\n"
-            "  pin=NUMBER      requests for this pin\n"
-            "  /a/path         on this node, this file, or below this folder\n"
-            "\nWhat happens (fail, without one):\n"
-            "  fail, refused   fail with the call's usual errno\n"
-            "  errno=NAME      fail with this errno; missing is errno=ENOENT\n"
-            "  delay=TIME      the call is late, and then goes on; TIME is 5ms, 200us or 2s\n"
-            "  cmem.version=X  the driver answers with this version\n"
-            "  reflect:stuck   the camera never takes settings over\n"
-            "  reflect:busy=T  it takes another time for it\n"
-            "  clock:back=T    the clock reads earlier\n"
-            "  flash:missing   nothing is below /mnt/nand, or below a path that the rule names\n"
-            "  flash:full      files open there, but no byte fits\n"
-            "  flash:readonly  nothing there can be changed\n";
-    return help;
+        "Calls (i2c, gio, cmem and ioctl stand for all of their kind):\n";
+    for (const CallInfo &call : kCalls)
+        help += Explain(call.name, call.meaning);
+    for (const Alias &alias : kAliases)
+        help += Explain(alias.name, (std::string("the same as ") + alias.call).c_str());
+    return help + "\nWhich of these calls (all, without one):\n" + Explain(kChoices) +
+           "\nWhat happens (fail, without one):\n" + Explain(kEffects);
 }
 
 } // namespace sim

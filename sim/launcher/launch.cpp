@@ -9,12 +9,17 @@
 #include "sim/launcher/faultText.h"
 #include "sim/trace/trace.h"
 
+#include <elf.h>
 #include <errno.h>
 #include <glob.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -77,6 +82,127 @@ fs::path FindLibrary(const fs::path &folder)
     return library;
 }
 
+// What a program or library file is for, as far as its head tells.
+struct Binary {
+    bool isElf = false; // else a script, or nothing that can be run
+    bool isStatic = false;
+    unsigned bits = 0;
+    unsigned machine = 0;
+
+    bool RunsWith(const Binary &other) const
+    {
+        return !isElf || !other.isElf || (bits == other.bits && machine == other.machine);
+    }
+};
+
+// The parts of the head that differ in width, by Elf32_ or Elf64_.
+template <class Head, class Segment>
+void ReadHead(const std::string &bytes, Binary *binary)
+{
+    Head head = {};
+    memcpy(&head, bytes.data(), std::min(bytes.size(), sizeof(head)));
+    binary->machine = head.e_machine;
+    binary->isStatic = true;
+    for (size_t i = 0; i < head.e_phnum; ++i) {
+        Segment segment = {};
+        const size_t at = head.e_phoff + i * sizeof(segment);
+        if (at > bytes.size() || bytes.size() - at < sizeof(segment))
+            break;
+        memcpy(&segment, bytes.data() + at, sizeof(segment));
+        if (segment.p_type == PT_INTERP)
+            binary->isStatic = false;
+    }
+}
+
+Binary Inspect(const fs::path &path)
+{
+    constexpr size_t kHead = 4096; // the list of segments follows the head of the file
+    std::string bytes(kHead, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(bytes.data(), kHead);
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    Binary binary;
+    binary.isElf = bytes.size() > EI_NIDENT && bytes.compare(0, SELFMAG, ELFMAG) == 0;
+    if (!binary.isElf)
+        return binary;
+    binary.bits = bytes[EI_CLASS] == ELFCLASS64 ? 64 : 32;
+    if (binary.bits == 64)
+        ReadHead<Elf64_Ehdr, Elf64_Phdr>(bytes, &binary);
+    else
+        ReadHead<Elf32_Ehdr, Elf32_Phdr>(bytes, &binary);
+    return binary;
+}
+
+std::string Name(const Binary &binary)
+{
+    constexpr std::pair<unsigned, const char *> kMachines[] = {
+        {EM_386, "x86"},   {EM_X86_64, "x86"},  {EM_ARM, "ARM"},     {EM_AARCH64, "ARM"},
+        {EM_MIPS, "MIPS"}, {EM_PPC64, "POWER"}, {EM_RISCV, "RISC-V"}};
+    for (const auto &[machine, name] : kMachines)
+        if (binary.machine == machine)
+            return std::to_string(binary.bits) + "-bit " + name;
+    return std::to_string(binary.bits) + "-bit machine number " + std::to_string(binary.machine);
+}
+
+// The library must be able to get into the program.
+int CheckFit(const fs::path &program, const fs::path &library, bool isEmulated)
+{
+    const Binary binary = Inspect(program);
+    const Binary loaded = Inspect(library);
+    if (!binary.RunsWith(loaded))
+        return Complain(kNotRunStatus,
+                        "%s is for %s, and %s for %s: %s--library FILE names the library of its build",
+                        program.c_str(), Name(binary).c_str(), library.c_str(), Name(loaded).c_str(),
+                        isEmulated ? "" : "--emulator COMMAND runs a foreign program, ");
+    return binary.isElf && binary.isStatic
+               ? Complain(kNotRunStatus,
+                          "%s is a static program, which loads no library, so nothing would stand in for the "
+                          "board: link it dynamically",
+                          program.c_str())
+               : 0;
+}
+
+// Removes the folder of a link when the process that becomes the program ends, whatever ends it. The remover is
+// nobody's child that the program could wait for, and holds none of its streams.
+void RemoveAtEnd(const std::string &folder)
+{
+    const int program = static_cast<int>(syscall(SYS_pidfd_open, getpid(), 0));
+    if (program < 0)
+        return; // an old kernel: the link stays
+    const pid_t child = fork();
+    if (child != 0) {
+        waitpid(child, nullptr, 0);
+        close(program);
+        return;
+    }
+    if (fork() != 0)
+        _exit(0);
+    setsid();
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+        close(stream);
+    pollfd end = {program, POLLIN, 0};
+    while (poll(&end, 1, -1) < 0 && errno == EINTR) {
+    }
+    std::error_code error;
+    fs::remove_all(folder, error);
+    _exit(0);
+}
+
+// Lists of libraries are cut at some characters: a path that holds one is
+// hidden behind a symbolic link, which lasts as long as the program.
+fs::path WithoutCuts(const fs::path &library)
+{
+    if (library.string().find_first_of(" :,;$") == std::string::npos)
+        return library;
+    char folder[] = "/tmp/camSim.XXXXXX";
+    if (mkdtemp(folder) == nullptr)
+        throw fs::filesystem_error("cannot create", folder, std::error_code(errno, std::generic_category()));
+    const fs::path link = fs::path(folder) / kLibrary;
+    fs::create_symlink(library, link);
+    RemoveAtEnd(folder);
+    return link;
+}
+
 // A sanitizer's run-time library must come before every other one. Its name is in the program.
 std::string SanitizerOf(const fs::path &program)
 {
@@ -118,10 +244,26 @@ int AddRunFaults(const Words &texts, uint32_t run)
     return 0;
 }
 
+// The number of a new run, never 0; rules that apply to every run are easily forgotten, and told.
 uint32_t CountRun()
 {
-    const BoardLock lock;
-    return ++gBoard.state->runs;
+    uint32_t run = 0;
+    int lasting = 0;
+    {
+        const BoardLock lock;
+        BoardState &state = *gBoard.state;
+        state.runs += state.runs == UINT32_MAX ? 2 : 1;
+        run = state.runs;
+        for (uint32_t i = 0; i < state.faultCount; ++i)
+            lasting += state.faults[i].used != 0 && state.faults[i].run == 0;
+    }
+    if (lasting > 0)
+        Complain(
+            0,
+            "the board has %d lasting fault rule%s; `camSim fault list` shows them, `camSim fault clear` "
+            "removes them",
+            lasting, lasting == 1 ? "" : "s");
+    return run;
 }
 
 // The head of a person's trace: what runs where. A file begins anew.
@@ -184,6 +326,7 @@ int BecomeEmulated(const RunOptions &options, const fs::path &program, const fs:
 
 int RunProgram(const RunOptions &options, const Words &words)
 {
+    const bool isEmulated = !options.emulator.empty();
     const fs::path program = FindProgram(words[0]);
     if (program.empty()) {
         Words names;
@@ -196,15 +339,18 @@ int RunProgram(const RunOptions &options, const Words &words)
             words[0].c_str(), nearest.empty() ? "; `camSim --help` tells what there is" : "; did you mean ",
             nearest.c_str(), nearest.empty() ? "" : "?");
     }
-    const fs::path beside = options.emulator.empty() ? OwnFolder() : fs::absolute(program).parent_path();
-    const fs::path library = options.library.empty() ? FindLibrary(beside) : fs::absolute(options.library);
+    const fs::path beside = isEmulated ? fs::absolute(program).parent_path() : OwnFolder();
+    fs::path library = options.library.empty() ? FindLibrary(beside) : fs::absolute(options.library);
     if (!IsFile(library)) {
         return Complain(1, "%s is not %s; --library FILE names it", kLibrary,
                         options.library.empty() ? ("beside " + beside.string()).c_str()
                                                 : options.library.c_str());
     }
+    int status = CheckFit(program, library, isEmulated);
+    if (status != 0)
+        return status;
     const uint32_t run = CountRun();
-    int status = options.faults.empty() ? 0 : AddRunFaults(options.faults, run);
+    status = options.faults.empty() ? 0 : AddRunFaults(options.faults, run);
     status = status != 0 || options.trace.empty() ? status : BeginTraceFile(options, words);
     if (status != 0)
         return status;
@@ -212,7 +358,8 @@ int RunProgram(const RunOptions &options, const Words &words)
     setenv("CAMSIM_RUN", std::to_string(run).c_str(), 1);
     setenv("CAMSIM_SPEED", options.speed.c_str(), 1);
     SetTrace(options);
-    if (!options.emulator.empty())
+    library = WithoutCuts(library);
+    if (isEmulated)
         return BecomeEmulated(options, program, library, words);
     setenv("LD_PRELOAD", PreloadList(program, library).c_str(), 1);
     Words command = words;

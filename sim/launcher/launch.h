@@ -14,13 +14,14 @@ struct RunOptions {
     std::string board;
     Words faults;
     std::string trace;     ///< "human", "json" or empty
-    std::string traceFile; ///< empty for standard error
+    std::string traceFile; ///< empty for standard error, which "json" never has
     std::string emulator;  ///< words before the program, empty to run it directly
     std::string library;   ///< the library to preload; empty to look for it
     std::string speed;
 };
 
-/// Becomes the program; returns only when that fails, with an exit status.
+/// Becomes the program; returns only when that fails, with an exit status. Tells of fault rules
+/// that stay on the board, and refuses programs into which its library cannot be loaded.
 int RunProgram(const RunOptions &options, const Words &program);
 
 } // namespace sim

@@ -3,6 +3,8 @@
 // Strict reading of numbers and times.
 #include "sim/launcher/parse.h"
 
+#include "sim/board/boardState.h"
+
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
@@ -25,7 +27,7 @@ bool ParseNumber(const std::string &text, uint32_t least, uint32_t most, uint32_
     return true;
 }
 
-bool ParseDecimal(const std::string &text, double least, double most, double *number)
+bool ParseFraction(const std::string &text, double least, double most, double *number)
 {
     if (text.empty() || strspn(text.c_str(), "0123456789.") != text.size())
         return false;
@@ -39,15 +41,13 @@ bool ParseDecimal(const std::string &text, double least, double most, double *nu
 
 bool ParseTime(const std::string &text, uint32_t *us)
 {
-    constexpr double kHourUs = 3600e6;
     const size_t unitAt = text.find_first_not_of("0123456789.");
     const std::string unit = unitAt == std::string::npos ? "ms" : text.substr(unitAt);
     const double factor = unit == "us" ? 1.0 : unit == "ms" ? 1000.0 : unit == "s" ? 1e6 : 0.0;
     double value = 0.0;
-    if (factor == 0.0 || !ParseDecimal(text.substr(0, unitAt), 0.0, kHourUs / factor, &value))
+    if (factor == 0.0 || !ParseFraction(text.substr(0, unitAt), 0.0, kLongestUs / factor, &value))
         return false;
-    const double rounded = value * factor + 0.5;
-    *us = static_cast<uint32_t>(rounded);
+    *us = static_cast<uint32_t>(value * factor + 0.5);
     return true;
 }
 

@@ -16,7 +16,7 @@ namespace sim
 bool ParseNumber(const std::string &text, uint32_t least, uint32_t most, uint32_t *number);
 
 /// A decimal fraction.
-bool ParseDecimal(const std::string &text, double least, double most, double *number);
+bool ParseFraction(const std::string &text, double least, double most, double *number);
 
 /// A time with its unit, us, ms (also without one) or s, in microseconds; at most an hour.
 bool ParseTime(const std::string &text, uint32_t *us);

@@ -77,7 +77,7 @@ Reg63_6_4 Reg63_3_0 AeEvSet Reg72_7 Ygain Yofst AeRefLev ApGan Reg94 Reg95 ApPos
 Blk9D RegA3 RegCA_3 RegCA_2 RegCA_1_0 InfoOut'
 
 _camSim_commands='dump peek poke pins scene fault reset trace'
-_camSim_options='--board --fault --trace --trace-json --speed --sensor --emulator --library --help --version'
+_camSim_options='--board --new --fault --trace --trace-json --speed --sensor --emulator --library --help --version'
 
 _camSim_command() { # the words of a command; $1 is its place on the line
     local command=${COMP_WORDS[$1]}
@@ -94,7 +94,7 @@ _camSim() {
     local i
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in
-        --board | --emulator | --library | --fault | --speed | --sensor) i=$((i + 1)) ;;
+        --board | --emulator | --library | --fault | --trace-json | --speed | --sensor) i=$((i + 1)) ;;
         -*) ;;
         *) break ;;
         esac
@@ -120,7 +120,7 @@ _camSim() {
     fi
     case ${COMP_WORDS[COMP_CWORD - 1]} in
     --board) _camStat_files -d ;;
-    --library) _camStat_files ;;
+    --library | --trace-json) _camStat_files ;;
     --sensor) _camStat_words '6 7' ;;
     --fault | --speed | --emulator) ;;
     *) _camStat_words "$_camSim_commands $_camSim_options camStat camConf drvI2cTest" ;;
