@@ -27,39 +27,10 @@ inline size_t ReadLine(FILE *stream, char (&line)[kLineSize])
     return length;
 }
 
-// What ends a value and a key on a line, and a word of an option string.
-constexpr bool EndsValue(char c)
-{
-    return c == ' ' || c == '=' || c == '\r' || c == '\n';
-}
-
-constexpr bool EndsKey(char c)
-{
-    return EndsValue(c) || c == '\t';
-}
-
-constexpr bool EndsOptionWord(char c)
-{
-    return c == '=' || c == ',';
-}
-
-/// Cuts the next word out of `*rest` in the manner of strtok_r: null when there is none.
-template <typename IsSeparator>
-char *NextWord(char **rest, IsSeparator isSeparator)
-{
-    char *word = *rest;
-    while (*word != '\0' && isSeparator(*word))
-        ++word;
-    char *end = word;
-    while (*end != '\0' && !isSeparator(*end))
-        ++end;
-    *rest = end;
-    if (*end != '\0') {
-        *end = '\0';
-        *rest = end + 1;
-    }
-    return end == word ? nullptr : word;
-}
+// What ends a key and a value on a line, and a word of an option string, for strtok_r.
+inline constexpr char kKeyEnds[] = " =\r\n\t";
+inline constexpr char kValueEnds[] = " =\r\n";
+inline constexpr char kOptionEnds[] = "=,";
 
 /// The folder of a path; false when its name does not fit.
 template <size_t Size>

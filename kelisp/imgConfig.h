@@ -3,7 +3,7 @@
  * The image configuration: the record of all image settings with its defaults, the keys of the
  * configuration files "/sysconf/conf.img" (current settings) and "/defconf/conf.img" (factory settings),
  * the parser, the printout, and the day/night switch that acts on a record. Applying a record to the camera
- * is ispImageSet's.
+ * is kelisp/ispImageSet.h's.
  *
  * The parser and the loaders overwrite only fields whose keys they meet, reject no value and report nothing
  * on standard error. With gfDebugFlag set they print debug lines on standard output.

@@ -73,7 +73,7 @@ for page in man/*; do
     failures=$((failures + 1))
 done
 
-grep -o '{"[^"]*", KeyAction' config/imgConfigKeys.h | cut -d '"' -f 2 >"$work/keys"
+grep '^    {".*KeyAction::' config/confKeys.h | grep -v NoKey | cut -d '"' -f 2 >"$work/keys"
 bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$work/offered"
 same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
 sed -n 's/^| 0x[^|]*|[^|]*| \([A-Za-z0-9_]*\) | .*/\1/p' docs/registers.md >"$work/fields"

@@ -81,7 +81,7 @@ TEST_F(Config, EachKeyHasItsPositionAndSetsItsFieldAlone)
 TEST_F(Config, KeysAreFoundByTheirFirstOccurrence)
 {
     for (size_t from = 0; from < keyList.size(); ++from) {
-        for (size_t length = 1; length < 20 && from + length <= keyList.size(); ++length) {
+        for (size_t length = 0; length < 20 && from + length <= keyList.size(); ++length) {
             for (const char *tail : {"", "_", ";"}) {
                 const std::string key = keyList.substr(from, length) + tail;
                 const size_t at = keyList.find(key);

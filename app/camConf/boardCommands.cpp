@@ -49,19 +49,22 @@ int LoadGiven(const char *path, ImgCfgStatus *record)
 /// Parses an option string like ImgCfgParseOptions, but refuses what that would ignore.
 int ParseStrictly(char *options, ImgCfgStatus *record)
 {
-    char *rest = options;
-    while (const char *key = kel::NextWord(&rest, kel::EndsOptionWord)) {
-        const char *value = kel::NextWord(&rest, kel::EndsOptionWord);
+    char *rest;
+    const char *key = strtok_r(options, kel::kOptionEnds, &rest);
+    for (; key != nullptr; key = strtok_r(nullptr, kel::kOptionEnds, &rest)) {
+        const char *value = strtok_r(nullptr, kel::kOptionEnds, &rest);
         if (value == nullptr)
             return Fail(key, "no value");
-        const int position = ImgCfgParse(record, key, value);
-        if (position < 0)
+        const kel::ConfKey *known = kel::FindKey(key).key;
+        if (known == nullptr)
             return Fail(key, "unknown key");
-        const kel::KeyAction action = KeyAt(position)->action;
-        if (action == kel::KeyAction::NotStored || action == kel::KeyAction::Echo)
+        const kel::KeyAction action = known->action;
+        if (action == kel::KeyAction::NotStored || action == kel::KeyAction::LoopBreak ||
+            action == kel::KeyAction::Echo)
             return Fail(key, "nothing is stored for this key");
         if (action == kel::KeyAction::Window && strlen(value) < kel::kWindowCells)
             return Fail(key, "fewer than 192 digits");
+        ImgCfgParse(record, key, value);
     }
     return kOk;
 }

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// The parts of the program camConf: its command line (camConf.cpp), the commands that work on files
-// (camConfFile.cpp), the check of a file (camConfCheck.cpp) and the commands that work on the camera
-// (camConfBoard.cpp).
+// The parts of the program camConf: its command line (main.cpp), the commands that work on files
+// (fileCommands.cpp), the check of a file (check.cpp) and the commands that work on the camera
+// (boardCommands.cpp). It is built with the configuration itself, since it uses more of it than its public face.
 #ifndef CAMSTAT_APP_CAM_CONF_CAM_CONF_H
 #define CAMSTAT_APP_CAM_CONF_CAM_CONF_H
 
-#include "config/imgConfigKeys.h"
+#include "config/confKeys.h"
 
 #include <stdio.h>
 
@@ -49,9 +49,6 @@ int LoadRecord(const char *path, ImgCfgStatus *record);
 
 /// Prints each setting that differs as "KEY: before -> after"; tells whether there was one.
 bool PrintDifferences(const ImgCfgStatus &before, const ImgCfgStatus &after);
-
-/// Row of a position in the key list, as ImgCfgParse gives it; null for none.
-const kel::ConfKey *KeyAt(int position);
 
 /// Prints a text from a file with '?' for what a terminal should not get.
 void PrintSafely(FILE *stream, const char *text, size_t length);

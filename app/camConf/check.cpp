@@ -2,6 +2,7 @@
 //
 // camConf check: what in a file the parser ignores, and what lies outside the range that has an effect.
 #include "app/camConf/camConf.h"
+#include "base/numbers.h"
 #include "config/confText.h"
 
 #include <stdio.h>
@@ -41,10 +42,7 @@ void AddFinding(Report *report, const char *key, const char *why)
 
 void CheckNumber(Report *report, const ConfKey &key, const char *value)
 {
-    ImgCfgStatus scratch;
-    ImgCfgDefault(&scratch);
-    ImgCfgParse(&scratch, key.name, value);
-    const int32_t number = scratch.*key.field;
+    const int32_t number = kel::ParseDecimal(value);
     const char *digits = value + (*value == '-' || *value == '+');
     const size_t digitCount = strspn(digits, kDigits);
     if (digitCount == 0 || digits[digitCount] != '\0') {
@@ -86,7 +84,9 @@ void CheckValue(Report *report, const ConfKey &key, const char *value)
             AddFinding(report, key.name, "neither 0 nor 1");
         break;
     case KeyAction::NotStored:
+    case KeyAction::LoopBreak:
     case KeyAction::Echo:
+    case KeyAction::NoKey:
         AddFinding(report, key.name, "accepted, but nothing is stored");
         break;
     }
@@ -94,14 +94,12 @@ void CheckValue(Report *report, const ConfKey &key, const char *value)
 
 void CheckLine(Report *report, char *line)
 {
-    char *rest = line;
-    const char *key = kel::NextWord(&rest, kel::EndsKey);
+    char *rest;
+    const char *key = strtok_r(line, kel::kKeyEnds, &rest);
     if (key == nullptr || *key == '#')
         return;
-    const char *value = kel::NextWord(&rest, kel::EndsValue);
-    ImgCfgStatus scratch = {};
-    const ConfKey *known =
-        KeyAt(ImgCfgParse(&scratch, key, nullptr)); // without a value nothing is stored or loaded
+    const char *value = strtok_r(nullptr, kel::kValueEnds, &rest);
+    const ConfKey *known = kel::FindKey(key).key;
     if (known == nullptr) {
         AddFinding(report, key, "unknown key, ignored");
         return;

@@ -20,12 +20,6 @@ using kel::kLineSize;
 
 // ---- Records
 
-/// Fields that have no key, under the names of the printout.
-constexpr ConfKey kFieldsWithoutKey[] = {
-    {"DN_DI", KeyAction::NotStored, &ImgCfgStatus::dnDi},
-    {"EXT_RESET", KeyAction::NotStored, &ImgCfgStatus::extReset},
-};
-
 void PrintWindowAsJson(const ImgCfgStatus &record)
 {
     fputs("  \"EXT_AEWIN\": [", stdout);
@@ -41,11 +35,10 @@ void PrintWindowAsJson(const ImgCfgStatus &record)
 void PrintAsJson(const ImgCfgStatus &record)
 {
     puts("{");
-    for (const ConfKey &key : kConfKeys)
-        if (key.field != nullptr)
-            printf("  \"%s\": %d,\n", key.name, record.*key.field);
-    for (const ConfKey &key : kFieldsWithoutKey)
-        printf("  \"%s\": %d,\n", key.name, record.*key.field);
+    for (int round = 0; round < 2; ++round) // fields without a key come last
+        for (const ConfKey &key : kConfKeys)
+            if (key.field != nullptr && (key.action == KeyAction::NoKey) == (round == 1))
+                printf("  \"%s\": %d,\n", key.name, record.*key.field);
     PrintWindowAsJson(record);
 }
 
@@ -126,17 +119,6 @@ void camConf::PrintSafely(FILE *stream, const char *text, size_t length)
 {
     for (size_t i = 0; i < length; ++i)
         putc(text[i] >= 0x20 && text[i] <= 0x7E ? text[i] : '?', stream);
-}
-
-const ConfKey *camConf::KeyAt(int position)
-{
-    int start = 0;
-    for (const ConfKey &key : kConfKeys) {
-        if (start == position)
-            return &key;
-        start += static_cast<int>(strlen(key.name)) + 1;
-    }
-    return nullptr;
 }
 
 int camConf::CheckReadable(const char *path)

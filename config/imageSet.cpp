@@ -7,7 +7,8 @@
 #include "base/numbers.h"
 #include "base/pause.h"
 #include "base/report.h"
-#include "config/imgConfigKeys.h"
+#include "config/confKeys.h"
+#include "config/dayNight.h"
 #include "isp/ispSensorStep.h"
 #include "kelisp/debugFlags.h"
 #include "kelisp/gpio.h"
@@ -148,9 +149,9 @@ void ApplyDayNight(const ImgCfgStatus *wanted)
         return;
     if (wanted->dnLs != gtImgCfgStatus.dnLs)
         SaveLightSensor(wanted);
-    const bool night = kel::IsNight(*wanted);
-    Check(SetSaturation(night && wanted->dnBw == 1 ? 0 : wanted->saturation), "ERROR: SetSaturation");
-    const bool irNight = night && wanted->dnIcr == 1;
+    const bool grey = kel::IsNight(*wanted) && wanted->dnBw == 1;
+    Check(SetSaturation(grey ? 0 : wanted->saturation), "ERROR: SetSaturation");
+    const bool irNight = kel::IsIrNight(*wanted);
     Count(SetICR(irNight ? 1 : 0));
     Count(setIRL(irNight ? 0 : 1));
     DebugValue("ICR Type", wanted->icrType);

@@ -1,0 +1,244 @@
+// SPDX-License-Identifier: MIT
+//
+// The image configuration record: defaults, parser and loaders. The printout is confPrint's, the day/night switch
+// dayNight's; what the settings do to the camera is imageSet's.
+#include "config/confParser.h"
+
+#include "base/numbers.h"
+#include "config/confText.h"
+#include "kelisp/debugFlags.h"
+
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+ImgCfgStatus gtImgCfgStatus;
+
+namespace
+{
+
+using kel::ConfKey;
+using kel::kConfKeys;
+using kel::KeyAction;
+using kel::KeyMatch;
+using kel::Loading;
+
+// ---- The key list
+
+constexpr size_t kRowCount = sizeof(kConfKeys) / sizeof(kConfKeys[0]);
+
+struct KeyList {
+    char text[512] = {};              ///< the keys joined by ';'
+    int16_t position[kRowCount] = {}; ///< where each key begins; -1: it is not there
+    size_t length[kRowCount] = {};    ///< 0: not in the list
+    size_t size = 0;
+};
+
+constexpr KeyList MakeKeyList()
+{
+    KeyList list;
+    for (size_t row = 0; row < kRowCount; ++row) {
+        if (kConfKeys[row].action == KeyAction::NoKey) {
+            list.position[row] = -1;
+            continue;
+        }
+        if (list.size > 0)
+            list.text[list.size++] = ';';
+        list.position[row] = static_cast<int16_t>(list.size);
+        for (const char *c = kConfKeys[row].name; *c != '\0'; ++c)
+            list.text[list.size++] = *c;
+        list.length[row] = list.size - static_cast<size_t>(list.position[row]);
+    }
+    return list;
+}
+
+constexpr KeyList kKeyList = MakeKeyList();
+static_assert(kKeyList.size == 464);
+
+} // namespace
+
+// Whole keys, which is what files hold, are compared first: the search that defines what a key is would pass over
+// half of the list for every line.
+KeyMatch kel::FindKey(const char *text)
+{
+    const size_t length = strlen(text);
+    for (size_t row = 0; row < kRowCount; ++row)
+        if (length > 0 && kKeyList.length[row] == length && memcmp(text, kConfKeys[row].name, length) == 0)
+            return {&kConfKeys[row], kKeyList.position[row]};
+    const char *occurrence = strstr(kKeyList.text, text);
+    if (occurrence == nullptr)
+        return {nullptr, -1};
+    const int position = static_cast<int>(occurrence - kKeyList.text);
+    for (size_t row = 0; row < kRowCount; ++row)
+        if (kKeyList.position[row] == position)
+            return {&kConfKeys[row], position};
+    return {nullptr, position};
+}
+
+namespace
+{
+
+// ---- Values
+
+bool IsOne(const char *value)
+{
+    return value != nullptr && kel::ParseDecimal(value) == 1;
+}
+
+void ParseWindow(ImgCfgStatus *record, const char *value)
+{
+    if (strnlen(value, kel::kWindowCells) < kel::kWindowCells)
+        return;
+    int32_t *cell = &record->aeWindow[0][0];
+    for (size_t i = 0; i < kel::kWindowCells; ++i)
+        cell[i] = static_cast<unsigned char>(value[i]) - '0';
+}
+
+// ---- The parser
+
+void SetNumber(ImgCfgStatus *record, kel::ConfField field, int32_t number, Loading *loading)
+{
+    record->*field = number;
+    if (loading->given != nullptr)
+        loading->given->*field = 1;
+}
+
+void LoadNested(ImgCfgStatus *record, const char *path, Loading *loading)
+{
+    if (loading->depth == 0 || loading->files == 0)
+        return;
+    --loading->files;
+    --loading->depth;
+    LoadFile(record, path, loading);
+    ++loading->depth;
+}
+
+void Perform(ImgCfgStatus *record, const ConfKey &key, const char *value, Loading *loading)
+{
+    switch (key.action) {
+    case KeyAction::Number:
+    case KeyAction::EitherNumber:
+        if (value != nullptr)
+            SetNumber(record, key.field, kel::ParseDecimal(value), loading);
+        break;
+    case KeyAction::NotStored:
+    case KeyAction::NoKey:
+        break;
+    case KeyAction::Window:
+        if (value != nullptr)
+            ParseWindow(record, value);
+        break;
+    case KeyAction::LoadDefault:
+        if (gfDebugFlag != 0)
+            puts("[kel_isp] Reset default config ");
+        if (IsOne(value))
+            LoadNested(record, IMG_CFG_DEFAULT_FILE, loading);
+        break;
+    case KeyAction::LoadSystem:
+        if (gfDebugFlag != 0)
+            puts("[kel_isp] Reload config ");
+        if (IsOne(value))
+            LoadNested(record, IMG_CFG_SYSTEM_FILE, loading);
+        break;
+    case KeyAction::LoopBreak:
+    case KeyAction::Echo:
+        if (gfDebugFlag != 0)
+            printf("[kel_isp] %s%s=%s\n", key.action == KeyAction::LoopBreak ? "Receive " : "", key.name,
+                   value != nullptr ? value : "");
+        break;
+    }
+}
+
+} // namespace
+
+KeyMatch kel::ParseSetting(ImgCfgStatus *record, const char *key, const char *value, Loading *loading)
+{
+    const KeyMatch match = FindKey(key);
+    if (match.key != nullptr)
+        Perform(record, *match.key, value, loading);
+    else if (gfDebugFlag != 0)
+        printf("[kel_isp] PARSER!!!!!!!!!!!!!!!!!!\n[kel_isp] %s:%d\n", key, match.position);
+    return match;
+}
+
+// ---- Sources of settings
+
+int kel::LoadFile(ImgCfgStatus *record, const char *path, Loading *loading)
+{
+    struct stat info;
+    if (stat(path, &info) != 0)
+        return IMG_CFG_NO_FILE;
+    FILE *file = fopen(path, "r");
+    if (file == nullptr)
+        return IMG_CFG_UNREADABLE;
+    char buffer[4096];
+    setvbuf(file, buffer, _IOFBF, sizeof(buffer));
+    char line[kel::kLineSize];
+    while (kel::ReadLine(file, line) > 0) {
+        char *rest;
+        const char *key = strtok_r(line, kel::kKeyEnds, &rest);
+        if (key != nullptr && *key != '#')
+            ParseSetting(record, key, strtok_r(nullptr, kel::kValueEnds, &rest), loading);
+    }
+    fclose(file);
+    return 0;
+}
+
+int ImgCfgParse(ImgCfgStatus *record, const char *key, const char *value)
+{
+    Loading loading;
+    const KeyMatch match = kel::ParseSetting(record, key, value, &loading);
+    return match.key != nullptr ? match.position : IMG_CFG_UNKNOWN_KEY;
+}
+
+int ImgCfgLoadFile(ImgCfgStatus *record, const char *path)
+{
+    Loading loading;
+    return kel::LoadFile(record, path, &loading);
+}
+
+int ImgCfgLoadDefault(ImgCfgStatus *record)
+{
+    return ImgCfgLoadFile(record, IMG_CFG_DEFAULT_FILE);
+}
+
+int ImgCfgReload(ImgCfgStatus *record)
+{
+    return ImgCfgLoadFile(record, IMG_CFG_SYSTEM_FILE);
+}
+
+int ImgCfgLoadSystem(ImgCfgStatus *record)
+{
+    ImgCfgReload(record);
+    gfDebugFlag = record->extDebug;
+    return ApplyIcrLedConfig(record);
+}
+
+int ImgCfgParseOptions(ImgCfgStatus *record, char *options)
+{
+    char *rest;
+    const char *key = strtok_r(options, kel::kOptionEnds, &rest);
+    while (key != nullptr) {
+        const char *value = strtok_r(nullptr, kel::kOptionEnds, &rest);
+        if (gfDebugFlag != 0)
+            printf("[kel_isp] pcOpt = %s\tval = %s\n", key, value != nullptr ? value : "");
+        Loading loading;
+        const KeyMatch match = kel::ParseSetting(record, key, value, &loading);
+        if (match.key != nullptr && match.key->action == KeyAction::LoopBreak)
+            return -1;
+        key = strtok_r(nullptr, kel::kOptionEnds, &rest);
+    }
+    return 0;
+}
+
+void ImgCfgDefault(ImgCfgStatus *record)
+{
+    *record = {};
+    for (const ConfKey &key : kConfKeys)
+        if (key.field != nullptr)
+            record->*key.field = key.defaultValue;
+        else if (key.action == KeyAction::Window)
+            for (auto &row : record->aeWindow)
+                for (int32_t &cell : row)
+                    cell = key.defaultValue;
+}
