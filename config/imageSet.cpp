@@ -2,7 +2,7 @@
 //
 // The image-settings applier: what differs from the settings last applied goes to the camera, in a fixed
 // order. How a setting becomes registers is ispSensor's.
-#include "kelisp/ispImageSet.h"
+#include "config/imageSet.h"
 
 #include "base/numbers.h"
 #include "base/pause.h"
@@ -13,6 +13,7 @@
 #include "kelisp/debugFlags.h"
 #include "kelisp/gpio.h"
 #include "kelisp/ispCXD3193AR.h"
+#include "kelisp/ispImageSet.h"
 #include "kelisp/ispSensor.h"
 #include "kelisp/sysconf.h"
 
@@ -58,29 +59,43 @@ void DebugValue(const char *name, int32_t value)
         printf("[kel_isp] %s = %d\n", name, value);
 }
 
-// ---- Groups of fields
+// ---- One run of the applier, and groups of fields
+
+struct Run { // the arguments of ApplySettings
+    ImgCfgStatus &wanted;
+    ImgCfgStatus &applied;
+    const bool known;
+    const ImgCfgStatus *const given;
+    bool gainsRead = true; ///< false: reading a gain has failed
+};
+
+bool Differs(const Run &run, ConfField field)
+{
+    return !run.known || run.wanted.*field != run.applied.*field;
+}
 
 struct NamedField {
     ConfField field;
     const char *debugName;
+    bool startsGroup = true; ///< a change of this field alone is one of the group
 };
 
 template <size_t N>
-bool AnyDiffers(const ImgCfgStatus *wanted, const NamedField (&fields)[N])
+bool AnyDiffers(const Run &run, const NamedField (&fields)[N])
 {
     for (const NamedField &row : fields)
-        if (wanted->*row.field != gtImgCfgStatus.*row.field)
+        if (row.startsGroup && Differs(run, row.field))
             return true;
     return false;
 }
 
 template <size_t N>
-void CopyGroup(const ImgCfgStatus *wanted, const NamedField (&fields)[N])
+void CopyGroup(Run &run, const NamedField (&fields)[N])
 {
     for (const NamedField &row : fields)
-        gtImgCfgStatus.*row.field = wanted->*row.field;
+        run.applied.*row.field = run.wanted.*row.field;
     for (const NamedField &row : fields)
-        DebugValue(row.debugName, wanted->*row.field);
+        DebugValue(row.debugName, run.wanted.*row.field);
 }
 
 /// A setting that goes to one setter.
@@ -102,13 +117,13 @@ constexpr Level kFlip = {&ImgCfgStatus::flip, SetFlip, false, "ERROR: SetFlip", 
 constexpr Level kBacklight = {&ImgCfgStatus::extBlc, SetBlcIndex, false, "ERROR: SetBlcIndex", nullptr};
 constexpr Level kWdr = {&ImgCfgStatus::extWdr, SetWdr, false, "SetWdr", "WDR"};
 
-void ApplyLevel(const ImgCfgStatus *wanted, const Level &level)
+void ApplyLevel(Run &run, const Level &level)
 {
-    const int32_t value = wanted->*level.field;
-    if (gtImgCfgStatus.*level.field == value)
+    if (!Differs(run, level.field))
         return;
+    const int32_t value = run.wanted.*level.field;
     Check(level.set(level.clamp ? kel::Clamp(value, 0, 255) : value), level.step);
-    gtImgCfgStatus.*level.field = value;
+    run.applied.*level.field = value;
     if (level.debugName != nullptr)
         DebugValue(level.debugName, value);
 }
@@ -119,23 +134,15 @@ constexpr NamedField kDayNightFields[] = {
     {&ImgCfgStatus::saturation, "SATURATION"},
     {&ImgCfgStatus::dnMode, "DN MODE"},
     {&ImgCfgStatus::dnBw, "DN BW"},
-    {&ImgCfgStatus::dnIcr, "DN ICR"},
+    {&ImgCfgStatus::dnIcr, "DN ICR", false}, // waits for the next change of day and night
     {&ImgCfgStatus::dnDi, "DN DI"},
     {&ImgCfgStatus::dnLs, "DN LS"},
 };
 
-/// A change of dnIcr alone starts nothing; it waits for the next change of day and night.
-bool DayNightDiffers(const ImgCfgStatus *wanted)
-{
-    ImgCfgStatus sameIcr = *wanted;
-    sameIcr.dnIcr = gtImgCfgStatus.dnIcr;
-    return AnyDiffers(&sameIcr, kDayNightFields);
-}
-
-void SaveLightSensor(const ImgCfgStatus *wanted)
+void SaveLightSensor(int32_t state)
 {
     char text[16];
-    snprintf(text, sizeof(text), "%d", wanted->dnLs);
+    snprintf(text, sizeof(text), "%d", state);
     const int status = sysconf_fset(IMG_CFG_SYSTEM_FILE, "DN_LS", text);
     Count(status);
     if (status != 0)
@@ -143,36 +150,38 @@ void SaveLightSensor(const ImgCfgStatus *wanted)
     DebugLine("SAVE Light Sensor Status to CONF");
 }
 
-void ApplyDayNight(const ImgCfgStatus *wanted)
+void ApplyDayNight(Run &run)
 {
-    if (!DayNightDiffers(wanted))
+    const ImgCfgStatus &wanted = run.wanted;
+    if (!AnyDiffers(run, kDayNightFields))
         return;
-    if (wanted->dnLs != gtImgCfgStatus.dnLs)
-        SaveLightSensor(wanted);
-    const bool grey = kel::IsNight(*wanted) && wanted->dnBw == 1;
-    Check(SetSaturation(grey ? 0 : wanted->saturation), "ERROR: SetSaturation");
-    const bool irNight = kel::IsIrNight(*wanted);
+    if (wanted.dnLs != run.applied.dnLs)
+        SaveLightSensor(wanted.dnLs);
+    const bool grey = kel::IsNight(wanted) && wanted.dnBw == 1;
+    Check(SetSaturation(grey ? 0 : wanted.saturation), "ERROR: SetSaturation");
+    const bool irNight = kel::IsIrNight(wanted);
     Count(SetICR(irNight ? 1 : 0));
     Count(setIRL(irNight ? 0 : 1));
-    DebugValue("ICR Type", wanted->icrType);
-    CopyGroup(wanted, kDayNightFields);
+    DebugValue("ICR Type", wanted.icrType);
+    CopyGroup(run, kDayNightFields);
 }
 
 // ---- Noise filter
 
-void ApplyNoiseFilter(const ImgCfgStatus *wanted)
+void ApplyNoiseFilter(Run &run)
 {
-    const int mode = wanted->nfMode;
-    if (gtImgCfgStatus.nfMode != mode) {
+    const int mode = run.wanted.nfMode;
+    const int level = run.wanted.nfLevel;
+    if (Differs(run, &ImgCfgStatus::nfMode)) {
         Check(SetNfAutoMode(mode, mode != 0 ? 1 : 0), "ERROR: SetNfAutoMode");
-        Check(SetNfManualLevel(mode, wanted->nfLevel), "ERROR: SetNfManualLevel");
+        Check(SetNfManualLevel(mode, level), "ERROR: SetNfManualLevel");
         DebugValue("IMG_NF_MODE", mode);
-        gtImgCfgStatus.nfMode = mode;
+        run.applied.nfMode = mode;
     }
-    if (gtImgCfgStatus.nfLevel != wanted->nfLevel) {
-        Check(SetNfManualLevel(mode, wanted->nfLevel), "ERROR: SetNfManualLevel");
-        DebugValue("IMG_NF_LEVEL", wanted->nfLevel);
-        gtImgCfgStatus.nfLevel = wanted->nfLevel;
+    if (Differs(run, &ImgCfgStatus::nfLevel)) {
+        Check(SetNfManualLevel(mode, level), "ERROR: SetNfManualLevel");
+        DebugValue("IMG_NF_LEVEL", level);
+        run.applied.nfLevel = level;
     }
 }
 
@@ -207,58 +216,58 @@ int SetShutter(const double (&timesUs)[2][N], int mainsHz, int index)
     return SetMeExpTime(timesUs[mainsHz == 60 ? 1 : 0][index]);
 }
 
-int SetManualShutter(const ImgCfgStatus *wanted)
+int SetManualShutter(const ImgCfgStatus &wanted)
 {
-    const bool listed = wanted->manExposure >= 0 && wanted->manExposure <= 11;
-    return SetShutter(kManualShutterUs, wanted->deflicker, listed ? wanted->manExposure : 3);
+    const bool listed = wanted.manExposure >= 0 && wanted.manExposure <= 11;
+    return SetShutter(kManualShutterUs, wanted.deflicker, listed ? wanted.manExposure : 3);
 }
 
-int SetShutterCeiling(const ImgCfgStatus *wanted)
+int SetShutterCeiling(const ImgCfgStatus &wanted)
 {
-    const bool listed = wanted->maxExposure >= 1 && wanted->maxExposure <= 4;
-    return SetShutter(kShutterCeilingUs, wanted->deflicker, listed ? wanted->maxExposure : 0);
+    const bool listed = wanted.maxExposure >= 1 && wanted.maxExposure <= 4;
+    return SetShutter(kShutterCeilingUs, wanted.deflicker, listed ? wanted.maxExposure : 0);
 }
 
-int SetSlowShutter(const ImgCfgStatus *wanted)
+int SetSlowShutter(const ImgCfgStatus &wanted)
 {
-    const bool listed = wanted->dnFps >= 1 && wanted->dnFps <= 5;
-    return listed ? SetShutter(kSlowShutterUs, wanted->deflicker, wanted->dnFps - 1) : 0;
+    const bool listed = wanted.dnFps >= 1 && wanted.dnFps <= 5;
+    return listed ? SetShutter(kSlowShutterUs, wanted.deflicker, wanted.dnFps - 1) : 0;
 }
 
-int SetManualGain(const ImgCfgStatus *wanted)
+int SetManualGain(const ImgCfgStatus &wanted)
 {
-    return SetManGainIndex(wanted->manGain);
+    return SetManGainIndex(wanted.manGain);
 }
 
-int SetGainCeiling(const ImgCfgStatus *wanted)
+int SetGainCeiling(const ImgCfgStatus &wanted)
 {
-    return SetMaxGainIndex(wanted->maxGain);
+    return SetMaxGainIndex(wanted.maxGain);
 }
 
-int SetLowestGain(const ImgCfgStatus *)
+int SetLowestGain(const ImgCfgStatus &)
 {
     return SetMinAgain(1.0);
 }
 
-int SetFlickerMode(const ImgCfgStatus *wanted)
+int SetFlickerMode(const ImgCfgStatus &wanted)
 {
-    const uint8_t mode = wanted->deflicker == 50 ? 6 : wanted->deflicker == 60 ? 4 : 0;
+    const uint8_t mode = wanted.deflicker == 50 ? 6 : wanted.deflicker == 60 ? 4 : 0;
     return CXD3193AR_Set_AeFlickMode(&mode);
 }
 
 /// Writes a fixed value to one field.
 template <int (*Set)(const uint8_t *), uint8_t Value>
-int Write(const ImgCfgStatus *)
+int Write(const ImgCfgStatus &)
 {
     const uint8_t value = Value;
     return Set(&value);
 }
 
-using Step = int (*)(const ImgCfgStatus *wanted);
+using Step = int (*)(const ImgCfgStatus &wanted);
 
 /// Runs the steps up to the first negative status and returns that; else 0.
 template <size_t N>
-int Run(const Step (&steps)[N], const ImgCfgStatus *wanted)
+int RunSteps(const Step (&steps)[N], const ImgCfgStatus &wanted)
 {
     for (const Step step : steps) {
         const int status = step(wanted);
@@ -309,25 +318,36 @@ constexpr Step kAuto[] = {
 /// A manual mode: switched to as a whole when another one was applied, then its gain and the shutter where
 /// they differ from what was applied.
 template <size_t N>
-int SetManualMode(const ImgCfgStatus *wanted, const Step (&switchOver)[N], ConfField gainField, Step setGain)
+int SetManualMode(const Run &run, const Step (&switchOver)[N], ConfField gainField, Step setGain)
 {
-    const ImgCfgStatus &applied = gtImgCfgStatus;
     int status = 0;
-    if (applied.aecEn != wanted->aecEn || applied.agcEn != wanted->agcEn)
-        status = Run(switchOver, wanted);
-    if (status >= 0 && applied.*gainField != wanted->*gainField)
-        status = setGain(wanted);
-    if (status >= 0 && applied.manExposure != wanted->manExposure)
-        status = SetManualShutter(wanted);
+    if (Differs(run, &ImgCfgStatus::aecEn) || Differs(run, &ImgCfgStatus::agcEn))
+        status = RunSteps(switchOver, run.wanted);
+    if (status >= 0 && Differs(run, gainField))
+        status = setGain(run.wanted);
+    if (status >= 0 && Differs(run, &ImgCfgStatus::manExposure))
+        status = SetManualShutter(run.wanted);
     return status < 0 ? status : 0;
 }
 
-void ApplyExposure(const ImgCfgStatus *wanted)
+int SetExposure(const Run &run)
 {
-    if (!AnyDiffers(wanted, kExposureFields))
+    const ImgCfgStatus &wanted = run.wanted;
+    if (wanted.aecEn == 0 && wanted.agcEn == 0)
+        return SetManualMode(run, kSwitchToManual, &ImgCfgStatus::manGain, SetManualGain);
+    if (wanted.aecEn == 0 && wanted.agcEn == 1)
+        return SetManualMode(run, kSwitchToManualShutter, &ImgCfgStatus::maxGain, SetGainCeiling);
+    if (wanted.aecEn == 1 && wanted.agcEn == 0)
+        return 0;
+    return wanted.dnFps != 0 ? RunSteps(kSlowAuto, wanted) : RunSteps(kAuto, wanted);
+}
+
+void ApplyExposure(Run &run)
+{
+    if (!AnyDiffers(run, kExposureFields))
         return;
-    Check(SetAE(wanted), "ERROR: SetAE");
-    CopyGroup(wanted, kExposureFields);
+    Check(SetExposure(run), "ERROR: SetAE");
+    CopyGroup(run, kExposureFields);
 }
 
 // ---- White balance
@@ -342,80 +362,92 @@ void SetWbHold(uint8_t on)
     Check(CXD3193AR_Set_WbHoldH(&on), "CXD3193AR_Set_WbHoldH");
 }
 
-int32_t ReadGain(double (*info)(), const char *step)
+int32_t ReadGain(Run &run, double (*info)(), const char *step)
 {
     const double gain = info();
-    if (gain < 0)
+    if (gain < 0) {
         Check(kel::TruncateToInt32(gain), step);
+        run.gainsRead = false;
+    }
     return kel::TruncateToInt32(gain * kGainUnit);
 }
 
-void ReadWbGains(ImgCfgStatus *wanted)
+void ReadWbGains(Run &run)
 {
-    wanted->wbR = ReadGain(InfoWbrGain, "InfoWbrGain");
-    wanted->wbB = ReadGain(InfoWbbGain, "InfoWbbGain");
+    run.wanted.wbR = ReadGain(run, InfoWbrGain, "InfoWbrGain");
+    run.wanted.wbB = ReadGain(run, InfoWbbGain, "InfoWbbGain");
 }
 
-void SetWbGains(const ImgCfgStatus *wanted)
+void SetWbGains(const ImgCfgStatus &wanted)
 {
-    Check(SetMnlWbrGain(wanted->wbR * (1 / kGainUnit)), "SetMnlWbrGain");
-    Check(SetMnlWbbGain(wanted->wbB * (1 / kGainUnit)), "SetMnlWbbGain");
+    Check(SetMnlWbrGain(wanted.wbR * (1 / kGainUnit)), "SetMnlWbrGain");
+    Check(SetMnlWbbGain(wanted.wbB * (1 / kGainUnit)), "SetMnlWbbGain");
 }
 
-void SaveWbGains(ImgCfgStatus *wanted)
+void SaveWbGains(Run &run, const char *lastLine)
 {
     DebugLine("SAVE WB to CONF");
-    Count(SaveWB(IMG_CFG_SYSTEM_FILE, wanted->wbR, wanted->wbB, &wanted->wbSave));
-}
-
-void CopyWbSave(const ImgCfgStatus *wanted)
-{
-    gtImgCfgStatus.wbSave = wanted->wbSave;
-    DebugValue("Save WB", wanted->wbSave);
+    Count(SaveWB(IMG_CFG_SYSTEM_FILE, run.wanted.wbR, run.wanted.wbB, &run.wanted.wbSave));
+    if (lastLine != nullptr)
+        DebugLine(lastLine);
+    run.applied.wbSave = run.wanted.wbSave;
+    DebugValue("Save WB", run.wanted.wbSave);
 }
 
 /// Makes the current automatic gains the manual ones.
-void FreezeWb(ImgCfgStatus *wanted)
+void FreezeWb(Run &run)
 {
     SetWbHold(1);
     kel::PauseUs(kWbHoldUs);
-    ReadWbGains(wanted);
-    SetWbGains(wanted);
+    ReadWbGains(run);
+    SetWbGains(run.wanted);
     SetWbHold(0);
     SetWbAuto(0);
 }
 
-void ApplyWbMode(ImgCfgStatus *wanted)
+/// After the camera's gains were frozen: those are applied, and the given ones, with these values, are wanted.
+void WantGivenGains(Run &run, int32_t red, int32_t blue)
 {
-    if (wanted->awbEn == gtImgCfgStatus.awbEn)
-        return;
-    if (wanted->awbEn == 1)
-        SetWbAuto(1);
-    else
-        FreezeWb(wanted);
-    gtImgCfgStatus.awbEn = wanted->awbEn;
-    DebugValue("AWB EN", wanted->awbEn);
-    if (wanted->wbSave == 1) {
-        SaveWbGains(wanted);
-        CopyWbSave(wanted);
-    }
+    run.applied.wbR = run.wanted.wbR;
+    run.applied.wbB = run.wanted.wbB;
+    if (run.given->wbR != 0)
+        run.wanted.wbR = red;
+    if (run.given->wbB != 0)
+        run.wanted.wbB = blue;
 }
 
-void ApplyWbGains(ImgCfgStatus *wanted)
+void ApplyWbMode(Run &run)
+{
+    ImgCfgStatus &wanted = run.wanted;
+    if (!Differs(run, &ImgCfgStatus::awbEn))
+        return;
+    const int32_t red = wanted.wbR;
+    const int32_t blue = wanted.wbB;
+    if (wanted.awbEn == 1)
+        SetWbAuto(1);
+    else
+        FreezeWb(run);
+    run.applied.awbEn = wanted.awbEn;
+    DebugValue("AWB EN", wanted.awbEn);
+    if (run.given == nullptr && wanted.wbSave == 1)
+        SaveWbGains(run, nullptr);
+    if (run.given != nullptr && wanted.awbEn != 1)
+        WantGivenGains(run, red, blue);
+}
+
+void ApplyWbGains(Run &run)
 {
     static constexpr NamedField kGains[] = {{&ImgCfgStatus::wbR, "WB R"}, {&ImgCfgStatus::wbB, "WB B"}};
-    if (wanted->wbSave != 1 && !AnyDiffers(wanted, kGains))
+    ImgCfgStatus &wanted = run.wanted;
+    if (wanted.wbSave != 1 && wanted.wbR == run.applied.wbR && wanted.wbB == run.applied.wbB)
         return;
-    if (wanted->awbEn == 1)
-        ReadWbGains(wanted);
+    if (wanted.awbEn == 1)
+        ReadWbGains(run);
     else
         SetWbGains(wanted);
-    if (wanted->wbSave == 1) {
-        SaveWbGains(wanted);
-        DebugLine("Finished SAVE WB to CONF");
-        CopyWbSave(wanted);
-    }
-    CopyGroup(wanted, kGains);
+    if (wanted.wbSave == 1 && (run.given == nullptr || run.gainsRead))
+        SaveWbGains(run, "Finished SAVE WB to CONF");
+    CopyGroup(run, kGains);
 }
 
 bool SaveGain(const char *path, const char *key, int gain)
@@ -429,13 +461,8 @@ bool SaveGain(const char *path, const char *key, int gain)
 
 int SetAE(const ImgCfgStatus *wanted)
 {
-    if (wanted->aecEn == 0 && wanted->agcEn == 0)
-        return SetManualMode(wanted, kSwitchToManual, &ImgCfgStatus::manGain, SetManualGain);
-    if (wanted->aecEn == 0 && wanted->agcEn == 1)
-        return SetManualMode(wanted, kSwitchToManualShutter, &ImgCfgStatus::maxGain, SetGainCeiling);
-    if (wanted->aecEn == 1 && wanted->agcEn == 0)
-        return 0;
-    return wanted->dnFps != 0 ? Run(kSlowAuto, wanted) : Run(kAuto, wanted);
+    ImgCfgStatus record = *wanted;
+    return SetExposure({record, gtImgCfgStatus, true, nullptr});
 }
 
 int SaveWB(const char *path, int red, int blue, int32_t *saveFlag)
@@ -456,24 +483,34 @@ int SaveWB(const char *path, int red, int blue, int32_t *saveFlag)
     return 0;
 }
 
+void kel::ApplySettings(ImgCfgStatus &wanted, ImgCfgStatus &applied, bool known, const ImgCfgStatus *given)
+{
+    Run run{wanted, applied, known, given};
+    if (given != nullptr && given->wbR == 0)
+        wanted.wbR = applied.wbR;
+    if (given != nullptr && given->wbB == 0)
+        wanted.wbB = applied.wbB;
+    if (Differs(run, &ImgCfgStatus::extDebug)) {
+        gfImgDebugFlag = wanted.extDebug;
+        gfDebugFlag = wanted.extDebug;
+        applied.extDebug = wanted.extDebug;
+    }
+    ApplyLevel(run, kBrightness);
+    ApplyLevel(run, kContrast);
+    ApplyDayNight(run);
+    ApplyLevel(run, kSharpness);
+    ApplyNoiseFilter(run);
+    ApplyLevel(run, kMirror);
+    ApplyLevel(run, kFlip);
+    ApplyLevel(run, kBacklight);
+    ApplyExposure(run);
+    ApplyWbMode(run);
+    ApplyWbGains(run);
+    ApplyLevel(run, kWdr);
+}
+
 int ImageSet(ImgCfgStatus *wanted)
 {
-    if (gtImgCfgStatus.extDebug != wanted->extDebug) {
-        gfImgDebugFlag = wanted->extDebug;
-        gfDebugFlag = wanted->extDebug;
-        gtImgCfgStatus.extDebug = wanted->extDebug;
-    }
-    ApplyLevel(wanted, kBrightness);
-    ApplyLevel(wanted, kContrast);
-    ApplyDayNight(wanted);
-    ApplyLevel(wanted, kSharpness);
-    ApplyNoiseFilter(wanted);
-    ApplyLevel(wanted, kMirror);
-    ApplyLevel(wanted, kFlip);
-    ApplyLevel(wanted, kBacklight);
-    ApplyExposure(wanted);
-    ApplyWbMode(wanted);
-    ApplyWbGains(wanted);
-    ApplyLevel(wanted, kWdr);
+    kel::ApplySettings(*wanted, gtImgCfgStatus);
     return 0;
 }

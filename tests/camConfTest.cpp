@@ -136,6 +136,19 @@ TEST_F(CamConf, ApplyFailuresShow)
     }
     EXPECT_EQ(Peek("RegCA_3"), "1\n");
     EXPECT_EQ(board.Run({"camConf", "apply"}, {"--fault", "getc"}).status, 2);
+    // Gains that were not read are not saved, whichever it is and whatever the white balance does.
+    for (const char *mode : {"0", "1"}) {
+        for (const char *gain : {"WbrGain", "WbbGain"}) {
+            const std::string text = std::string("2A_AWB_EN=") + mode + "\n2A_WB_R=600\n";
+            Write(board.Path(system_), text);
+            EXPECT_EQ(board
+                          .Run({"camConf", "apply", "-o", "2A_WB_SAVE=1"},
+                               {"--fault", std::string("i2c.read:reg=") + gain})
+                          .status,
+                      2);
+            EXPECT_EQ(ReadFile(board.Path(system_)), text) << gain;
+        }
+    }
 }
 
 TEST_F(CamConf, WatchAppliesDifferencesOnceAndIgnoresItsOwnRewriting)

@@ -5,7 +5,9 @@
 #include "app/camConf/camConf.h"
 
 #include "app/shared/startup.h"
+#include "config/confParser.h"
 #include "config/confText.h"
+#include "config/imageSet.h"
 #include "kelisp/ispImageSet.h"
 
 #include <errno.h>
@@ -31,23 +33,28 @@ void OnStopSignal(int)
 
 // ---- Records to apply
 
-/// In wbR and wbB: neither the file nor the command line has this gain, so that whatever the camera has
-/// stays.
-constexpr int32_t kNotGiven = INT32_MIN;
+/// A record, and 1 in each field that the file or the command line gives. White-balance gains that are not given
+/// stay as the camera has them.
+struct Settings {
+    ImgCfgStatus values;
+    ImgCfgStatus given;
+};
 
-/// LoadRecord, with white-balance gains only where the file has them.
-int LoadGiven(const char *path, ImgCfgStatus *record)
+constexpr kel::ConfField kGains[] = {&ImgCfgStatus::wbR, &ImgCfgStatus::wbB};
+
+/// LoadRecord, which notes what the file gives.
+int LoadGiven(const char *path, Settings *settings)
 {
     if (CheckReadable(path) != kOk)
         return kFailed;
-    ImgCfgDefault(record);
-    record->wbR = kNotGiven;
-    record->wbB = kNotGiven;
-    return ImgCfgLoadFile(record, path) == 0 ? kOk : Fail(path);
+    ImgCfgDefault(&settings->values);
+    settings->given = {};
+    kel::Loading loading{&settings->given};
+    return kel::LoadFile(&settings->values, path, &loading) == 0 ? kOk : Fail(path);
 }
 
 /// Parses an option string like ImgCfgParseOptions, but refuses what that would ignore.
-int ParseStrictly(char *options, ImgCfgStatus *record)
+int ParseStrictly(char *options, Settings *settings)
 {
     char *rest;
     const char *key = strtok_r(options, kel::kOptionEnds, &rest);
@@ -64,62 +71,26 @@ int ParseStrictly(char *options, ImgCfgStatus *record)
             return Fail(key, "nothing is stored for this key");
         if (action == kel::KeyAction::Window && strlen(value) < kel::kWindowCells)
             return Fail(key, "fewer than 192 digits");
-        ImgCfgParse(record, key, value);
+        kel::Loading loading{&settings->given};
+        kel::ParseSetting(&settings->values, key, value, &loading);
     }
     return kOk;
 }
 
-/// Tells the applier that every setting of the record was applied with another value: what the camera holds
-/// is not known to a program that has just started. The light sensor's state stays out of it, since applying
-/// it would write it to the file, and the gains, which follow from the white balance's mode.
-void ForgetApplied(const ImgCfgStatus &wanted)
-{
-    for (const kel::ConfKey &key : kel::kConfKeys)
-        if (key.field != nullptr)
-            gtImgCfgStatus.*key.field = ~(wanted.*key.field);
-    gtImgCfgStatus.dnLs = wanted.dnLs;
-    gtImgCfgStatus.wbR = 0;
-    gtImgCfgStatus.wbB = 0;
-}
+/// What the camera has: nothing is known of it to a program that has just started.
+struct Camera {
+    ImgCfgStatus applied = {};
+    bool known = false;
+};
 
-/// The record with the applied gains for those that are not given.
-ImgCfgStatus WithAppliedGains(ImgCfgStatus record)
+/// Applies the settings; tells whether the applier saved the gains.
+bool ApplyTo(Camera &camera, const Settings &settings)
 {
-    if (record.wbR == kNotGiven)
-        record.wbR = gtImgCfgStatus.wbR;
-    if (record.wbB == kNotGiven)
-        record.wbB = gtImgCfgStatus.wbB;
-    return record;
-}
-
-/// The record without gains that one of both does not give: no change of the file that could be told.
-ImgCfgStatus WithoutGainsNotGiven(ImgCfgStatus record, const ImgCfgStatus &other)
-{
-    if (record.wbR == kNotGiven || other.wbR == kNotGiven)
-        record.wbR = 0;
-    if (record.wbB == kNotGiven || other.wbB == kNotGiven)
-        record.wbB = 0;
-    return record;
-}
-
-/// Applies the record. A change of the white balance's mode comes first and alone: it freezes the camera's
-/// own gains when it goes to manual, and saves gains before it reads them when it goes to automatic. Given
-/// gains, and the save, follow in a second round. Tells whether the applier saved the gains; `applied` then
-/// holds what it saved.
-bool ApplyRecord(const ImgCfgStatus &given, ImgCfgStatus *applied)
-{
-    const bool hasGains = given.wbR != kNotGiven || given.wbB != kNotGiven;
-    if (given.awbEn != gtImgCfgStatus.awbEn && (hasGains || given.wbSave == 1)) {
-        ImgCfgStatus modeOnly = given;
-        modeOnly.wbR = gtImgCfgStatus.wbR;
-        modeOnly.wbB = gtImgCfgStatus.wbB;
-        modeOnly.wbSave = 0;
-        ImageSet(&modeOnly);
-    }
-    *applied = WithAppliedGains(given);
-    ImageSet(applied);
+    ImgCfgStatus wanted = settings.values;
+    kel::ApplySettings(wanted, camera.applied, camera.known, &settings.given);
+    camera.known = true;
     fflush(stdout);
-    return given.wbSave == 1 && applied->wbSave == 0;
+    return settings.values.wbSave == 1 && wanted.wbSave == 0;
 }
 
 /// kFailed after a message when steps of the applier failed since its counter stood at `errorsBefore`.
@@ -180,46 +151,48 @@ Event TakeEvents(const WatchedFile &file)
     }
 }
 
-/// Applies the record, which was read from the file, and remembers it as what the file holds; what the
-/// applier saved is in the file as well by now.
-void ApplyFile(const WatchedFile &file, const ImgCfgStatus &read, const ImgCfgStatus &wanted,
-               ImgCfgStatus *last)
+/// Applies settings and remembers in `last` what the file holds; `read` was read from it, and what the applier
+/// saved is in it as well by now.
+void ApplyFile(const WatchedFile &file, Camera &camera, const Settings &read, const Settings &wanted,
+               Settings *last)
 {
-    ImgCfgStatus applied;
     const int32_t errorsBefore = giImgSetErrCount;
-    const bool saved = ApplyRecord(wanted, &applied);
+    const bool saved = ApplyTo(camera, wanted);
     ReportFailedSteps(errorsBefore);
     *last = read;
     if (!saved || strcmp(file.path, IMG_CFG_SYSTEM_FILE) != 0)
         return;
-    if (read.wbR != kNotGiven)
-        last->wbR = applied.wbR;
-    if (read.wbB != kNotGiven)
-        last->wbB = applied.wbB;
+    for (const kel::ConfField gain : kGains)
+        if (read.given.*gain != 0)
+            last->values.*gain = camera.applied.*gain;
 }
 
 /// Applies what differs between the file as it was read last and as it is now.
-void ApplyChanges(const WatchedFile &file, ImgCfgStatus *last)
+void ApplyChanges(const WatchedFile &file, Camera &camera, Settings *last)
 {
-    ImgCfgStatus now;
+    Settings now;
     if (LoadGiven(file.path, &now) != kOk)
         return; // what was applied stays, until the file can be read again
     if (memcmp(&now, last, sizeof(now)) == 0)
         return;
-    PrintDifferences(WithoutGainsNotGiven(*last, now), WithoutGainsNotGiven(now, *last));
     // The gains and the wish to save them count when they change in the file: 2A_WB_SAVE=1 stays there after
     // the save, which would otherwise be answered by the next one.
-    ImgCfgStatus wanted = now;
-    if (now.wbR == last->wbR)
-        wanted.wbR = kNotGiven;
-    if (now.wbB == last->wbB)
-        wanted.wbB = kNotGiven;
-    if (now.wbSave == last->wbSave)
-        wanted.wbSave = 0;
-    ApplyFile(file, now, wanted, last);
+    Settings wanted = now;
+    ImgCfgStatus before = last->values;
+    for (const kel::ConfField gain : kGains) {
+        const bool added = last->given.*gain == 0;
+        if (!added && now.values.*gain == before.*gain)
+            wanted.given.*gain = 0;
+        if (added || now.given.*gain == 0)
+            before.*gain = now.values.*gain; // no change of the file that could be told
+    }
+    if (now.values.wbSave == before.wbSave)
+        wanted.values.wbSave = 0;
+    PrintDifferences(before, now.values);
+    ApplyFile(file, camera, now, wanted, last);
 }
 
-int WatchUntilStopped(const WatchedFile &file, ImgCfgStatus *last, const sigset_t &waitMask)
+int WatchUntilStopped(const WatchedFile &file, Camera &camera, Settings *last, const sigset_t &waitMask)
 {
     pollfd events = {file.fd, POLLIN, 0};
     while (gStop == 0) {
@@ -229,7 +202,7 @@ int WatchUntilStopped(const WatchedFile &file, ImgCfgStatus *last, const sigset_
         if (event == Event::Lost)
             return Fail(file.path, "its folder is gone");
         if (event == Event::Changed)
-            ApplyChanges(file, last);
+            ApplyChanges(file, camera, last);
     }
     return kOk;
 }
@@ -252,19 +225,19 @@ sigset_t HoldStopSignals()
 
 int camConf::Apply(const Words &words)
 {
-    ImgCfgStatus wanted;
+    Settings wanted;
     int status = LoadGiven(words.count > 0 ? words.operands[0] : IMG_CFG_SYSTEM_FILE, &wanted);
     if (status == kOk && words.options != nullptr)
         status = ParseStrictly(words.options, &wanted);
     if (status != kOk)
         return status;
-    camStat::InstallStopHandler(OnStopSignal); // the settings are applied whole, also when a signal comes
+    camStat::InstallStopHandler(OnStopSignal);
+    HoldStopSignals(); // the settings are applied whole, also when a signal comes
     if (camStat::StartBoard("camConf") != 0)
         return kFailed;
     const int32_t errorsBefore = giImgSetErrCount;
-    ForgetApplied(wanted);
-    ImgCfgStatus applied;
-    ApplyRecord(wanted, &applied);
+    Camera camera;
+    ApplyTo(camera, wanted);
     status = ReportFailedSteps(errorsBefore);
     camStat::StopBoard();
     return status;
@@ -275,17 +248,17 @@ int camConf::Watch(const Words &words)
     WatchedFile file{words.count > 0 ? words.operands[0] : IMG_CFG_SYSTEM_FILE, nullptr};
     camStat::InstallStopHandler(OnStopSignal);
     const sigset_t waitMask = HoldStopSignals();
-    ImgCfgStatus last;
+    Settings last;
     int status = OpenWatch(&file); // before the first look, so that no change falls between
     if (status == kOk)
         status = LoadGiven(file.path, &last);
     if (status == kOk && camStat::StartBoard("camConf") == 0) {
-        ForgetApplied(last);
-        const ImgCfgStatus first = last;
-        ApplyFile(file, first, first, &last);
+        Camera camera;
+        const Settings first = last;
+        ApplyFile(file, camera, first, first, &last);
         printf("watching %s\n", file.path);
         fflush(stdout);
-        status = WatchUntilStopped(file, &last, waitMask);
+        status = WatchUntilStopped(file, camera, &last, waitMask);
         camStat::StopBoard();
     } else {
         status = kFailed;
