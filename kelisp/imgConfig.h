@@ -61,14 +61,15 @@ typedef struct ImgCfgStatus {
     int32_t nfLevel;    /**< IMG_NF_LEVEL, 0; noise-filter level, 0 to 44 */
     int32_t flip;       /**< IMG_FLIP, 0; nonzero: on */
     int32_t mirror;     /**< IMG_MIRROR, 0; nonzero: on */
-    int32_t dnMode;   /**< 0; day/night: 0 and 4 by dnLs, 2 night, 3 by dnDi, others day. The day/night fields
+    int32_t
+        dnMode; /**< DN_MODE (not stored), 0; day/night: 0 and 4 by dnLs, 2 night, 3 by dnDi, others day. The day/night fields
                          but dnFps are the record's owner's: their keys are accepted and not stored */
-    int32_t dnBw;     /**< 1; 1: black and white at night */
-    int32_t dnIcr;    /**< 1; 1: IR-cut filter and IR LEDs follow the night */
+    int32_t dnBw;     /**< DN_BW (not stored), 1; 1: black and white at night */
+    int32_t dnIcr;    /**< DN_ICR (not stored), 1; 1: IR-cut filter and IR LEDs follow the night */
     int32_t dnFps;    /**< DN_FPS, 0; slow shutter of the auto exposure: 0 off, 1 to 5 */
     int32_t dnDi;     /**< no key, 0; digital day/night input, 0: night */
-    int32_t dnLs;     /**< 0; light sensor, 1: dark */
-    int32_t dnLum;    /**< 0; not used */
+    int32_t dnLs;     /**< DN_LS (not stored), 0; light sensor, 1: dark */
+    int32_t dnLum;    /**< DN_LUM (not stored), 0; not used */
     int32_t extBlc;   /**< EXT_BLC, 4; backlight compensation 0 to 8, others as 4 */
     int32_t extWdr;   /**< EXT_WDR, 0; wide dynamic range 0 to 3 */
     int32_t extNf;    /**< EXT_NF, 0; not used */

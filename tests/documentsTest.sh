@@ -73,6 +73,27 @@ for page in man/*; do
     failures=$((failures + 1))
 done
 
+# The rows of the configuration's keys against what is written about them: field and default; default and range.
+sed -n '/^    {".*KeyAction::/{s/[&{}" ]//g; s/,$//; p}' config/confKeys.h >"$work/rows"
+awk -F, '$4 != "" { sub(/.*::/, "", $4); if ($3 ~ /Window/) { $4 = "aeWindow"; $5 = "all 1" }
+    print $4, ($3 ~ /NoKey/ ? "no key" : $1 ($3 ~ /NotStored/ ? " (not stored)" : "")), $5 }' "$work/rows" | sort >"$work/keys"
+tools/confTemplate --fields | sort >"$work/page"
+same "kelisp/imgConfig.h gives other keys or defaults than config/confKeys.h" "$work/keys" "$work/page"
+awk -F, '$3 ~ /Number/ { range = $6 == "" ? "" : "; " $6 ($3 ~ /Either/ || $7 - $6 == 1 ? ", " : " to ") $7
+    print $1, $5 range }' "$work/rows" | sort >"$work/keys"
+sed -n 's/^\.It \([^ ]*\) Pq \(.*\)/\1 \2/p' man/conf.img.5 | grep -v '^EXT_AEWIN all 1$' | sort >"$work/page"
+same "man/conf.img.5 gives other defaults or ranges than config/confKeys.h" "$work/keys" "$work/page"
+for key in $(grep -v NoKey "$work/rows" | cut -d, -f 1); do
+    grep -q "^\.It.*\<$key\>" man/conf.img.5 && continue
+    echo "documentsTest: man/conf.img.5 does not tell of $key"
+    failures=$((failures + 1))
+done
+tools/confTemplate >"$work/conf.img"
+same "tools/confTemplate >docs/conf.img brings the file up to date" docs/conf.img "$work/conf.img"
+echo '2A_WB_B: 0 -> 512' >"$work/wanted"
+{ camConf check docs/conf.img; camConf diff /dev/null docs/conf.img; } >"$work/got" 2>&1
+same "docs/conf.img is not the defaults" "$work/wanted" "$work/got"
+
 grep '^    {".*KeyAction::' config/confKeys.h | grep -v NoKey | cut -d '"' -f 2 >"$work/keys"
 bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$work/offered"
 same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
