@@ -13,8 +13,8 @@ namespace sim
 {
 
 inline constexpr char kMagic[8] = {'c', 'a', 'm', 'S', 'i', 'm', '\n', '\x1a'};
-/// Changes with every change of BoardState: a board of another layout is refused, never misread.
-inline constexpr uint32_t kLayout = 1;
+/// Changes with every change of BoardState, or of the numbers of calls in its rules: a board of another layout is refused, never misread.
+inline constexpr uint32_t kLayout = 2;
 
 inline constexpr int kRegisters = 256;
 inline constexpr int kPins = 128;

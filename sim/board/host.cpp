@@ -142,7 +142,7 @@ bool MakeReadOnly(int fd, const char *path)
     return good;
 }
 
-int MoveUp(int fd)
+int MoveToHighNumber(int fd)
 {
 #ifdef SYS_fcntl64
     return static_cast<int>(OrErrno(syscall(SYS_fcntl64, fd, F_DUPFD_CLOEXEC, kOwnDescriptors)));

@@ -26,7 +26,7 @@ void *MapShared(int fd, size_t length);
 /// Makes a descriptor of the file at `path` read-only, under the same number.
 bool MakeReadOnly(int fd, const char *path);
 /// Moves a descriptor to a number above those that programs see, close-on-exec; or the negative errno.
-int MoveUp(int fd);
+int MoveToHighNumber(int fd);
 
 /// A clock of the PC, by its number for clock_gettime.
 int64_t ClockNs(int clock);

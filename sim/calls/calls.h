@@ -13,7 +13,7 @@ namespace sim
 
 // SIM_CALL(identifier, name, errno of a fault that names none, what it is)
 #define SIM_CALLS(SIM_CALL)                                                                                  \
-    SIM_CALL(Open, "open", ENOENT, "open, creat and their kin on the board's nodes and files")               \
+    SIM_CALL(Open, "open", ENOENT, "open, openat on the board's nodes and files")                            \
     SIM_CALL(Close, "close", EIO, "close; the descriptor is closed all the same")                            \
     SIM_CALL(Read, "read", EIO, "read from a descriptor of the board")                                       \
     SIM_CALL(Write, "write", EIO, "write to a descriptor of the board")                                      \
@@ -25,19 +25,16 @@ namespace sim
     SIM_CALL(Fflush, "fflush", EIO, "fflush")                                                                \
     SIM_CALL(Getc, "getc", EIO, "getc, once a buffer; the stream's error mark is set")                       \
     SIM_CALL(Fwrite, "fwrite", EIO, "fwrite, fputs, fprintf; the stream's error mark is set")                \
-    SIM_CALL(Fsync, "fsync", EIO, "fsync, fdatasync")                                                        \
+    SIM_CALL(Fsync, "fsync", EIO, "fsync")                                                                   \
     SIM_CALL(Rename, "rename", EIO, "rename")                                                                \
-    SIM_CALL(Unlink, "unlink", EIO, "unlink, remove, rmdir")                                                 \
-    SIM_CALL(Stat, "stat", EACCES, "stat, lstat, fstatat")                                                   \
+    SIM_CALL(Unlink, "unlink", EIO, "unlink")                                                                \
+    SIM_CALL(Stat, "stat", EACCES, "stat")                                                                   \
     SIM_CALL(Access, "access", EACCES, "access")                                                             \
-    SIM_CALL(Opendir, "opendir", EACCES, "opendir")                                                          \
     SIM_CALL(Watch, "watch", ENOSPC, "inotify_add_watch")                                                    \
-    SIM_CALL(Mkdir, "mkdir", EACCES, "mkdir")                                                                \
-    SIM_CALL(Chmod, "chmod", EPERM, "chmod")                                                                 \
     SIM_CALL(System, "system", EAGAIN, "the kernel-log commands given to system")                            \
     SIM_CALL(Clock, "clock", EINVAL, "clock_gettime")                                                        \
     SIM_CALL(Time, "time", EFAULT, "time, gettimeofday")                                                     \
-    SIM_CALL(Sleep, "sleep", EINTR, "clock_nanosleep, nanosleep, usleep, sleep")                             \
+    SIM_CALL(Sleep, "sleep", EINTR, "clock_nanosleep, nanosleep, usleep, sleep; EINTR comes half-way")       \
     SIM_CALL(I2cSelect, "i2c.select", ENXIO, "choice of the slave address")                                  \
     SIM_CALL(I2cRead, "i2c.read", EIO, "register reads, single and block")                                   \
     SIM_CALL(I2cWrite, "i2c.write", EIO, "register writes")                                                  \

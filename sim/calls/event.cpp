@@ -4,13 +4,15 @@
 #include "sim/calls/event.h"
 
 #include "sim/board/board.h"
-#include "sim/trace/trace.h"
 
 namespace sim
 {
 
+Observer gObserver = nullptr;
+
 Event::Event(Call which, const char *onPath, int descriptor)
-    : callersErrno(errno), call(which), fd(descriptor), path(onPath), startNs(IsTracing() ? BoardNs() : 0)
+    : callersErrno(errno), call(which), fd(descriptor), path(onPath),
+      startNs(gObserver != nullptr ? BoardNs() : 0)
 {
 }
 
@@ -23,8 +25,8 @@ long Fail(Event &event, int error)
 
 long Finish(Event &event)
 {
-    if (IsTracing())
-        TraceEvent(event, BoardNs());
+    if (gObserver != nullptr)
+        gObserver(event, BoardNs());
     errno = event.result < 0 ? event.error : event.callersErrno;
     return event.result;
 }

@@ -27,7 +27,7 @@ struct Event {
     long result = 0;
     int error = 0;        ///< errno when the call fails
     uint32_t fault = 0;   ///< number of the rule that changed the call, from 1
-    uint64_t startNs = 0; ///< board's time
+    uint64_t startNs = 0; ///< board's time; kept for an observer
     double sleepUs = 0.0;
 
     uint8_t slave = 0; ///< bus transfers
@@ -47,7 +47,11 @@ struct Event {
 /// Failure of the call; returns -1.
 long Fail(Event &event, int error);
 
-/// Ends the call: tells the trace, and sets errno when the call failed. Returns the result.
+/// Hears of every call at its end, in the board's time; null while nobody listens.
+using Observer = void (*)(const Event &event, uint64_t endNs);
+extern Observer gObserver;
+
+/// Ends the call: tells the observer, and sets errno when the call failed. Returns the result.
 long Finish(Event &event);
 
 } // namespace sim

@@ -6,7 +6,6 @@
 
 #include "sim/board/board.h"
 #include "sim/board/host.h"
-#include "sim/calls/nodes.h"
 
 #include <string.h>
 
@@ -86,6 +85,12 @@ FaultRule *Decide(Event &event, Wanted wanted)
 }
 
 } // namespace
+
+bool IsBelow(const char *path, const char *folder)
+{
+    const size_t length = strlen(folder);
+    return strncmp(path, folder, length) == 0 && (path[length] == '\0' || path[length] == '/');
+}
 
 bool HasRules()
 {

@@ -13,6 +13,9 @@ namespace sim
 
 inline constexpr char kFlashPath[] = "/mnt/nand";
 
+/// The path is the folder itself, or something below it.
+bool IsBelow(const char *path, const char *folder);
+
 /// Applies the failing and delaying rules to a call that is about to be made. True: the call fails, and the
 /// event says how; it must not be made.
 bool InjectFault(Event &event);

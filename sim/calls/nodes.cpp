@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Paths, descriptors and mappings of the board in one process.
+// Descriptors and mappings of the board in one process.
 #include "sim/calls/nodes.h"
-
-#include "sim/board/board.h"
-
-#include <stdio.h>
-#include <string.h>
 
 namespace sim
 {
@@ -20,91 +15,29 @@ constexpr int kMappings = 64;
 Node gNodes[kDescriptors];
 Mapping gMappings[kMappings];
 
-struct NodePath {
-    const char *path;
-    NodeKind kind;
-};
-
-constexpr NodePath kDevices[] = {
-    {"/dev/dev_i2c", NodeKind::I2c},
-    {"/dev/gio", NodeKind::Gio},
-    {"/dev/cmem", NodeKind::Cmem},
-};
-
-constexpr const char *kFolders[] = {"/mnt/nand", "/sysconf", "/defconf", "/proc/driver/rtc"};
-
-// Devices that programs expect on any machine; every other one is the board's to have or not to have.
-constexpr const char *kPlainDevices[] = {
-    "/dev/null", "/dev/zero",  "/dev/full",   "/dev/random", "/dev/urandom", "/dev/tty", "/dev/pts",
-    "/dev/ptmx", "/dev/stdin", "/dev/stdout", "/dev/stderr", "/dev/fd",      "/dev/shm", "/dev/log"};
-
-template <size_t count>
-bool IsBelowAny(const char *path, const char *const (&folders)[count])
+bool IsKept(int fd)
 {
-    for (const char *folder : folders)
-        if (IsBelow(path, folder))
-            return true;
-    return false;
-}
-
-NodeKind DeviceAt(const char *path)
-{
-    for (const NodePath &device : kDevices)
-        if (strcmp(path, device.path) == 0)
-            return device.kind;
-    const bool isCsl =
-        strncmp(path, "/dev/csl", 8) == 0 && path[8] >= '1' && path[8] <= '9' && path[9] == '\0';
-    return isCsl ? NodeKind::Csl : NodeKind::None;
+    return fd >= 0 && fd < kDescriptors;
 }
 
 } // namespace
 
-bool IsBelow(const char *path, const char *folder)
-{
-    const size_t length = strlen(folder);
-    return strncmp(path, folder, length) == 0 && (path[length] == '\0' || path[length] == '/');
-}
-
-void FindPlace(const char *path, Place *place)
-{
-    place->kind = NodeKind::None;
-    place->exists = true;
-    if (path == nullptr)
-        return;
-    if (strncmp(path, "/dev/", 5) == 0 && !IsBelowAny(path, kPlainDevices)) {
-        place->kind = DeviceAt(path);
-        place->exists = place->kind != NodeKind::None && gBoard.state != nullptr;
-        place->kind = place->exists ? place->kind : NodeKind::Csl;
-        // A harmless stand-in where a path is all that matters,
-        // and a path that nothing has where there is no device.
-        snprintf(place->path, sizeof(place->path), "%s", place->exists ? "/dev/null" : "");
-    } else if (IsBelowAny(path, kFolders)) {
-        place->kind = NodeKind::File;
-        place->exists = BoardPath(path, place->path, sizeof(place->path));
-    }
-}
-
 Node *NodeOf(int fd)
 {
-    return fd >= 0 && fd < kDescriptors && gNodes[fd].kind != NodeKind::None ? &gNodes[fd] : nullptr;
+    return IsKept(fd) && gNodes[fd].path[0] != '\0' ? &gNodes[fd] : nullptr;
 }
 
-bool KeepNode(int fd, NodeKind kind, const char *path)
+bool KeepNode(int fd, const Node &node)
 {
-    if (fd < 0 || fd >= kDescriptors)
-        return false;
-    Node &node = gNodes[fd];
-    node.kind = kind;
-    node.slave = 0;
-    node.full = false;
-    snprintf(node.path, sizeof(node.path), "%s", path);
-    return true;
+    if (IsKept(fd))
+        gNodes[fd] = node;
+    return IsKept(fd);
 }
 
 void ForgetNode(int fd)
 {
-    if (fd >= 0 && fd < kDescriptors)
-        gNodes[fd].kind = NodeKind::None;
+    if (IsKept(fd))
+        gNodes[fd].path[0] = '\0';
 }
 
 bool KeepMapping(const Mapping &mapping)

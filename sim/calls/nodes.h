@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Which paths belong to the board, and which descriptors of this process lead to it.
+// Which descriptors and mappings of this process lead to the board.
 #ifndef SIM_CALLS_NODES_H
 #define SIM_CALLS_NODES_H
 
@@ -10,44 +10,31 @@
 namespace sim
 {
 
-enum class NodeKind : uint8_t { None, I2c, Gio, Cmem, Csl, File };
+struct Device; // a row of the drivers' table (sim/drivers/devices.h)
 
 /// What a descriptor of this process leads to.
 struct Node {
-    NodeKind kind;
-    uint8_t slave; ///< selected on a descriptor of the bus
+    const Device *device; ///< null for a file of the board
+    uint8_t slave;        ///< selected on a descriptor of the bus
     bool full;     ///< a file on a full flash: its descriptor cannot write, which is to look like ENOSPC
-    char path[61]; ///< as the program named it
+    char path[61]; ///< as the program named it; empty for an entry that is free
 };
-
-/// Where a path of the program leads on this PC.
-struct Place {
-    NodeKind kind = NodeKind::None; ///< None: the PC's own path, unchanged
-    bool exists = true;             ///< false: a device that the board does not have
-    char path[4200];                ///< the PC's path, unless kind is None
-};
-
-/// The path is the folder itself, or something below it.
-bool IsBelow(const char *path, const char *folder);
-
-/// Finds out where a path leads.
-void FindPlace(const char *path, Place *place);
 
 /// The node behind a descriptor; null when it is the PC's own.
 Node *NodeOf(int fd);
 
 /// Notes that a descriptor now leads to the board. False when its number is too high to be kept.
-bool KeepNode(int fd, NodeKind kind, const char *path);
+bool KeepNode(int fd, const Node &node);
 
 /// Notes that a descriptor is closed.
 void ForgetNode(int fd);
 
-/// A mapping of a node's memory in this process.
+/// A mapping of a device's memory in this process.
 struct Mapping {
     uintptr_t address; ///< 0 is a free entry
     size_t length;
     uint32_t phys; ///< physical address of its first byte
-    NodeKind kind;
+    const Device *device;
 };
 
 bool KeepMapping(const Mapping &mapping);

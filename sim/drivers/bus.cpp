@@ -18,20 +18,50 @@ namespace sim
 namespace
 {
 
-// The transfer record of the bus driver, with the pointers of the program.
+// The record of a transfer: two bytes, and the addresses of the program's two lists (Request::lists).
+constexpr RequestKind BusRow(uint32_t number, Call call, const char *text)
+{
+    return {number, UINT32_MAX, call, text, 2, 2, false, false};
+}
+constexpr uint32_t kReadBlock = 0x2C04;
+constexpr RequestKind kBusRequests[] = {{0x2C01, UINT32_MAX, Call::I2cSelect, "select", 0, 0, false, false},
+                                        BusRow(0x2C02, Call::I2cRead, "read"),
+                                        BusRow(0x2C03, Call::I2cWrite, "write"),
+                                        BusRow(kReadBlock, Call::I2cRead, "read block")};
+
 struct Transfer {
-    uint8_t dataSize; ///< bytes per value
-    uint8_t count;
-    const uint8_t *regAddr;
-    void *regValue;
+    uint32_t dataSize; ///< bytes per value
+    uint32_t count;
+    const uint8_t *regs;
+    uint8_t *values;
+    bool isBlock;
 };
 
-enum I2cRequest : unsigned long {
-    kI2cSelect = 0x2C01,
-    kI2cRead = 0x2C02,
-    kI2cWrite = 0x2C03,
-    kI2cReadBlock = 0x2C04
-};
+bool IsValid(const Transfer &transfer)
+{
+    return transfer.dataSize == 1 || (transfer.dataSize == 2 && !transfer.isBlock);
+}
+
+Transfer TransferOf(Request &request)
+{
+    return {request.record.bytes[0], request.record.bytes[1], request.lists[0].bytes, request.lists[1].bytes,
+            request.kind->number == kReadBlock};
+}
+
+void FindTransferLists(Request &request)
+{
+    const Transfer transfer = TransferOf(request);
+    const bool isWrite = request.kind->call == Call::I2cWrite;
+    Part &regs = request.lists[0];
+    Part &values = request.lists[1];
+    memcpy(&regs.address, request.record.bytes + request.pointerSize, request.pointerSize);
+    memcpy(&values.address, request.record.bytes + 2 * request.pointerSize, request.pointerSize);
+    regs.size = regs.address != 0 ? transfer.count : 0;
+    regs.isFetched = true;
+    values.size = values.address != 0 && IsValid(transfer) ? transfer.count * transfer.dataSize : 0;
+    values.isFetched = isWrite;
+    values.isStored = !isWrite;
+}
 
 void LogTransferError(const Event &event, const char *reason)
 {
@@ -42,8 +72,8 @@ void LogTransferError(const Event &event, const char *reason)
     LogToKernel(line);
 }
 
-// Remembers the registers of a transfer for the trace.
-void TellRegister(Event &event, uint8_t reg, uint8_t before, uint8_t after)
+// Keeps a register of a transfer for the trace.
+void RecordRegister(Event &event, uint8_t reg, uint8_t before, uint8_t after)
 {
     if (event.count < kTracedRegisters) {
         event.reg[event.count] = reg;
@@ -80,110 +110,81 @@ bool TouchesReflect(const Event &event)
     return false;
 }
 
-// Register `index` of a transfer. A block read takes only the first address from the list; a value of 16 bits
-// is the register's own byte and, above it, that of the next register.
-uint8_t AddressOf(const Transfer &transfer, bool isBlock, unsigned index)
+// Register `byte` of value `index`: a block read takes only the first address from the list; a value of 16
+// bits is the register's own byte and, above it, that of the next register.
+uint8_t AddressOf(const Transfer &transfer, uint32_t index, uint32_t byte)
 {
-    return static_cast<uint8_t>(isBlock ? transfer.regAddr[0] + index : transfer.regAddr[index]);
+    return static_cast<uint8_t>((transfer.isBlock ? transfer.regs[0] + index : transfer.regs[index]) + byte);
 }
 
-void ReadRegisters(Event &event, const BoardState &state, const Transfer &transfer, bool isBlock)
+void TransferRegisters(Event &event, BoardState &state, const Transfer &transfer)
 {
-    auto *values = static_cast<uint8_t *>(transfer.regValue);
-    for (unsigned i = 0; i < transfer.count; ++i) {
-        for (unsigned byte = 0; byte < transfer.dataSize; ++byte) {
-            const auto reg = static_cast<uint8_t>(AddressOf(transfer, isBlock, i) + byte);
-            const uint8_t value = ReadRegister(state, reg);
-            values[i * transfer.dataSize + byte] = value;
-            TellRegister(event, reg, value, value);
+    const uint32_t busyUs = event.isWrite ? BusyUs(event, state) : 0;
+    for (uint32_t i = 0; i < transfer.count * transfer.dataSize; ++i) {
+        const uint8_t reg = AddressOf(transfer, i / transfer.dataSize, i % transfer.dataSize);
+        const uint8_t before = state.registers[reg];
+        if (event.isWrite) {
+            WriteRegister(state, reg, transfer.values[i], busyUs, gBoard.speed);
+            RecordRegister(event, reg, before, state.registers[reg]);
+        } else {
+            transfer.values[i] = ReadRegister(state, reg);
+            RecordRegister(event, reg, transfer.values[i], transfer.values[i]);
         }
     }
 }
 
-void WriteRegisters(Event &event, BoardState &state, const Transfer &transfer)
-{
-    const auto *values = static_cast<const uint8_t *>(transfer.regValue);
-    const uint32_t busyUs = BusyUs(event, state);
-    for (unsigned i = 0; i < transfer.count; ++i) {
-        for (unsigned byte = 0; byte < transfer.dataSize; ++byte) {
-            const auto reg = static_cast<uint8_t>(transfer.regAddr[i] + byte);
-            const uint8_t before = state.registers[reg];
-            WriteRegister(state, reg, values[i * transfer.dataSize + byte], busyUs, gBoard.speed);
-            TellRegister(event, reg, before, state.registers[reg]);
-        }
-    }
-}
-
-void Move(Event &event, const Node &node, const Transfer &transfer, bool isBlock)
+void AskCamera(Event &event, const Transfer &transfer)
 {
     const BoardLock lock;
     BoardState &state = *gBoard.state;
-    if (node.slave != kCameraSlave || IsHeldInReset(state)) {
+    if (event.slave != kCameraSlave || IsHeldInReset(state)) {
         LogTransferError(event,
-                         node.slave != kCameraSlave ? "no acknowledge" : "no acknowledge, camera in reset");
+                         event.slave != kCameraSlave ? "no acknowledge" : "no acknowledge, camera in reset");
         Fail(event, EREMOTEIO);
         return;
     }
     UpdateCamera(state, host::MonotonicNs(), gBoard.speed);
-    if (event.isWrite) {
-        WriteRegisters(event, state, transfer);
-        return;
-    }
-    if (TouchesReflect(event))
+    if (!event.isWrite && TouchesReflect(event))
         ApplyReflectFaults(event, state);
-    ReadRegisters(event, state, transfer, isBlock);
+    TransferRegisters(event, state, transfer);
 }
 
-void ServeTransfer(Event &event, Node &node, unsigned long request, void *argument)
+void ServeTransfer(Event &event, Request &request)
 {
-    Transfer transfer = {};
-    const bool isBlock = request == kI2cReadBlock;
-    if (argument != nullptr)
-        memcpy(&transfer, argument, sizeof(transfer));
-    const bool isComplete =
-        transfer.count == 0 || (transfer.regAddr != nullptr && transfer.regValue != nullptr);
-    event.call = request == kI2cWrite ? Call::I2cWrite : Call::I2cRead;
-    event.request = isBlock ? "read block" : request == kI2cRead ? "read" : "write";
-    event.isWrite = request == kI2cWrite;
-    event.slave = node.slave;
-    event.dataSize = transfer.dataSize;
-    event.targets = transfer.regAddr;
-    event.targetCount = transfer.regAddr != nullptr ? transfer.count : 0;
-    event.reg[0] = event.targetCount > 0 ? transfer.regAddr[0] : uint8_t{0};
+    const bool hasRecord = request.record.address != 0;
+    const Transfer transfer = hasRecord ? TransferOf(request) : Transfer{};
+    const bool hasLists = request.lists[0].address != 0 && request.lists[1].address != 0;
+    event.isWrite = event.call == Call::I2cWrite;
+    event.slave = request.node.slave;
+    event.dataSize = static_cast<uint8_t>(transfer.dataSize);
+    event.targets = transfer.regs;
+    event.targetCount = request.lists[0].size;
+    event.reg[0] = event.targetCount > 0 ? transfer.regs[0] : uint8_t{0};
     if (InjectFault(event)) {
         const BoardLock lock;
         LogTransferError(event, "transfer error");
-    } else if (argument == nullptr || !isComplete) {
+    } else if (!hasRecord || (transfer.count > 0 && !hasLists)) {
         Fail(event, EFAULT);
-    } else if (transfer.dataSize != 1 && (transfer.dataSize != 2 || isBlock)) {
+    } else if (!IsValid(transfer)) {
         Fail(event, EINVAL);
     } else {
-        Move(event, node, transfer, isBlock);
+        AskCamera(event, transfer);
     }
-    event.targets = nullptr;
+}
+
+void ServeBus(Event &event, Request &request)
+{
+    if (event.call != Call::I2cSelect) {
+        ServeTransfer(event, request);
+        return;
+    }
+    event.slave = static_cast<uint8_t>(request.argument);
+    if (!InjectFault(event))
+        request.node.slave = event.slave;
 }
 
 } // namespace
 
-void ServeI2c(Event &event, Node &node, unsigned long request, void *argument)
-{
-    switch (request) {
-    case kI2cSelect:
-        event.call = Call::I2cSelect;
-        event.request = "select";
-        event.slave = static_cast<uint8_t>(reinterpret_cast<uintptr_t>(argument));
-        if (!InjectFault(event))
-            node.slave = event.slave;
-        break;
-    case kI2cRead:
-    case kI2cWrite:
-    case kI2cReadBlock:
-        ServeTransfer(event, node, request, argument);
-        break;
-    default:
-        InjectFault(event);
-        Fail(event, event.error != 0 ? event.error : ENOTTY);
-    }
-}
+constinit const Driver kBusDriver = {kBusRequests, ServeBus, FindTransferLists, nullptr};
 
 } // namespace sim

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// The small drivers, GPIO and chip support, and the way from a node to its driver. Requests that a driver
-// does not know fail with ENOTTY.
+// The board's devices and files by path, and what is common to the requests of all drivers.
 #include "sim/drivers/devices.h"
 
 #include "sim/board/board.h"
-#include "sim/board/camera.h"
 #include "sim/calls/faults.h"
 
+#include <stdio.h>
 #include <string.h>
 
 namespace sim
@@ -16,120 +15,87 @@ namespace sim
 namespace
 {
 
-struct PinLevel {
-    uint32_t pin;
-    uint32_t level;
+constexpr Device kDevices[] = {
+    {"/dev/dev_i2c", &kBusDriver, nullptr},        {"/dev/gio", &kGpioDriver, nullptr},
+    {"/dev/cmem", &kMemoryDriver, &kBufferMemory}, {"/dev/csl1", &kCslDriver, &kVpssMemory},
+    {"/dev/csl2", &kCslDriver, nullptr},           {"/dev/csl3", &kCslDriver, nullptr},
+    {"/dev/csl4", &kCslDriver, nullptr},           {"/dev/csl5", &kCslDriver, nullptr},
+    {"/dev/csl6", &kCslDriver, nullptr},           {"/dev/csl7", &kCslDriver, nullptr},
+    {"/dev/csl8", &kCslDriver, nullptr},           {"/dev/csl9", &kCslDriver, nullptr},
 };
 
-enum GioRequest : uint32_t {
-    kGioSet = 0xC0086708,
-    kGioAlarm = 0xC0086709,
-    kGioControl = 0xC008670A,
-    kGioConfig = 0xC008670B
-};
+constexpr const char *kFolders[] = {"/mnt/nand", "/sysconf", "/defconf", "/proc/driver/rtc"};
 
-void ServePin(Event &event, PinLevel pinLevel)
+// Devices that programs expect on any machine; every other one is the board's to have or not to have.
+constexpr const char *kPlainDevices[] = {
+    "/dev/null", "/dev/zero",  "/dev/full",   "/dev/random", "/dev/urandom", "/dev/tty", "/dev/pts",
+    "/dev/ptmx", "/dev/stdin", "/dev/stdout", "/dev/stderr", "/dev/fd",      "/dev/shm", "/dev/log"};
+
+bool IsBelowAny(const char *path, std::span<const char *const> folders)
 {
-    const BoardLock lock;
-    BoardState &state = *gBoard.state;
-    const bool drives = event.call == Call::GioSet || event.call == Call::GioConfig;
-    if (pinLevel.pin >= kPins || (drives && pinLevel.level > 1)) {
-        Fail(event, EINVAL);
-    } else if (drives) {
-        event.words[2] = state.pins[pinLevel.pin];
-        DrivePin(state, pinLevel.pin, static_cast<uint8_t>(pinLevel.level));
-    } else if (event.call == Call::GioAlarm && state.pins[pinLevel.pin] == 0) {
-        Fail(event, EAGAIN); // nothing to report yet
-    }
+    for (const char *folder : folders)
+        if (IsBelow(path, folder))
+            return true;
+    return false;
 }
 
-void ServeGio(Event &event, unsigned long request, void *argument)
+const Device *DeviceAt(const char *path)
 {
-    switch (static_cast<uint32_t>(request)) {
-    case kGioSet:
-        event.call = Call::GioSet;
-        event.request = "set level";
-        break;
-    case kGioAlarm:
-        event.call = Call::GioAlarm;
-        event.request = "wait for alarm";
-        break;
-    case kGioControl:
-        event.call = Call::GioControl;
-        event.request = "alarm control";
-        break;
-    case kGioConfig:
-        event.call = Call::GioConfig;
-        event.request = "configure level";
-        break;
-    default:
-        InjectFault(event);
-        Fail(event, event.error != 0 ? event.error : ENOTTY);
-        return;
-    }
-    if (argument == nullptr) {
-        Fail(event, EFAULT);
-        return;
-    }
-    PinLevel pinLevel = {};
-    memcpy(&pinLevel, argument, sizeof(pinLevel));
-    const auto pin = static_cast<uint8_t>(pinLevel.pin);
-    event.targets = &pin;
-    event.targetCount = 1;
-    event.words[0] = pinLevel.pin;
-    event.words[1] = pinLevel.level;
-    event.wordCount = 2;
-    if (!InjectFault(event))
-        ServePin(event, pinLevel);
-    event.targets = nullptr;
-    event.targetCount = 0;
-}
-
-constexpr char kVpssNode[] = "/dev/csl1"; // the only one with memory
-constexpr uint32_t kVpssBase = 0x01C70000;
-constexpr uint32_t kVpssLength = 0x10000;
-
-// The layer's own request functions exist, but what their records mean is the driver's secret: it takes any.
-void ServeCsl(Event &event, unsigned long request)
-{
-    const bool isKnown = request == 0xCC14 || request == 0xCC11;
-    event.request = request == 0xCC14 ? "request 20" : request == 0xCC11 ? "request 17" : "unknown request";
-    if (!InjectFault(event) && !isKnown)
-        Fail(event, ENOTTY);
+    for (const Device &device : kDevices)
+        if (strcmp(path, device.path) == 0)
+            return &device;
+    return nullptr;
 }
 
 } // namespace
 
-void ServeRequest(Event &event, Node &node, unsigned long request, void *argument)
+void FindPlace(const char *path, Place *place)
 {
-    switch (node.kind) {
-    case NodeKind::I2c:
-        ServeI2c(event, node, request, argument);
-        break;
-    case NodeKind::Gio:
-        ServeGio(event, request, argument);
-        break;
-    case NodeKind::Cmem:
-        ServeCmem(event, request, argument);
-        break;
-    case NodeKind::Csl:
-        ServeCsl(event, request);
-        break;
-    default:
-        Fail(event, ENOTTY);
+    using Where = Place::Where;
+    place->where = Where::Pc;
+    place->device = nullptr;
+    if (path == nullptr)
+        return;
+    if (strncmp(path, "/dev/", 5) == 0 && !IsBelowAny(path, kPlainDevices)) {
+        place->device = gBoard.state != nullptr ? DeviceAt(path) : nullptr;
+        place->where = place->device != nullptr ? Where::Board : Where::Nowhere;
+        // A harmless stand-in where a path is all that matters, and a path that nothing has.
+        snprintf(place->path, sizeof(place->path), "%s", place->device != nullptr ? "/dev/null" : "");
+    } else if (IsBelowAny(path, kFolders)) {
+        place->where = BoardPath(path, place->path, sizeof(place->path)) ? Where::Board : Where::Nowhere;
     }
 }
 
-bool FindMemory(const Node &node, uint64_t offset, size_t length, const char **file, uint64_t *fileOffset)
+void FindRecord(const Device &device, Request &request)
 {
-    if (node.kind == NodeKind::Cmem) {
-        *file = kCmemFile;
-        return FindBufferMemory(offset, length, fileOffset);
+    for (const RequestKind &kind : device.driver->requests)
+        if ((request.number & kind.mask) == kind.number)
+            request.kind = &kind;
+    if (request.kind == nullptr || request.kind->recordSize == 0)
+        return;
+    Part &record = request.record;
+    record.address = request.argument;
+    record.size = request.kind->pointers == 0 ? request.kind->recordSize
+                                              : request.pointerSize * (1U + request.kind->pointers);
+    record.isFetched = true;
+    record.isStored = request.kind->isAnswered;
+}
+
+void FindLists(const Device &device, Request &request)
+{
+    if (request.kind != nullptr && request.record.address != 0 && device.driver->findLists != nullptr)
+        device.driver->findLists(request);
+}
+
+void Serve(const Device &device, Request &request, Event &event)
+{
+    event.request = request.kind != nullptr ? request.kind->text : "unknown request";
+    if (request.kind != nullptr) {
+        event.call = request.kind->call;
+        device.driver->serve(event, request);
+    } else if (!InjectFault(event)) {
+        Fail(event, ENOTTY);
     }
-    *file = kVpssFile;
-    *fileOffset = offset - kVpssBase;
-    return strcmp(node.path, kVpssNode) == 0 && offset >= kVpssBase && offset < kVpssBase + kVpssLength &&
-           length <= kVpssBase + kVpssLength - offset;
 }
 
 } // namespace sim

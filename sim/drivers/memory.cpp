@@ -66,11 +66,11 @@ void DropDeadOwners(BoardState &state)
             buffer.size = 0;
 }
 
-bool TakeBuffer(BoardState &state, uint32_t phys, uint32_t size)
+bool TakeBuffer(BoardState &state, uint32_t owner, uint32_t phys, uint32_t size)
 {
     for (CmemBuffer &buffer : state.cmem) {
         if (buffer.size == 0) {
-            buffer = {phys, size, host::ProcessId(), 1};
+            buffer = {phys, size, owner, 1};
             return true;
         }
     }
@@ -78,7 +78,7 @@ bool TakeBuffer(BoardState &state, uint32_t phys, uint32_t size)
 }
 
 // words: pool, block -> physical address, size
-void AllocatePool(Event &event, BoardState &state)
+void AllocatePool(Event &event, BoardState &state, uint32_t owner)
 {
     uint32_t wantedPool = event.words[0];
     DropDeadOwners(state);
@@ -87,7 +87,7 @@ void AllocatePool(Event &event, BoardState &state)
             continue;
         for (uint32_t i = 0; i < pool.buffers; ++i) {
             const uint32_t phys = pool.base + i * pool.bufferSize;
-            if (IsFree(state, phys, pool.bufferSize) && TakeBuffer(state, phys, pool.bufferSize)) {
+            if (IsFree(state, phys, pool.bufferSize) && TakeBuffer(state, owner, phys, pool.bufferSize)) {
                 event.words[0] = phys;
                 event.words[1] = pool.bufferSize;
                 return;
@@ -100,7 +100,7 @@ void AllocatePool(Event &event, BoardState &state)
 }
 
 // words: size, alignment, block -> physical address
-void AllocateHeap(Event &event, BoardState &state)
+void AllocateHeap(Event &event, BoardState &state, uint32_t owner)
 {
     const uint32_t size = (event.words[0] + kPage - 1) / kPage * kPage;
     const uint32_t alignment = event.words[1] > kPage ? event.words[1] : kPage;
@@ -114,19 +114,12 @@ void AllocateHeap(Event &event, BoardState &state)
     for (uint64_t phys = kCmemHeapBase[block]; phys + size <= end; phys += alignment) {
         const uint64_t aligned = (phys + alignment - 1) / alignment * alignment;
         if (aligned + size <= end && IsFree(state, static_cast<uint32_t>(aligned), size) &&
-            TakeBuffer(state, static_cast<uint32_t>(aligned), size)) {
+            TakeBuffer(state, owner, static_cast<uint32_t>(aligned), size)) {
             event.words[0] = static_cast<uint32_t>(aligned);
             return;
         }
     }
     Fail(event, ENOMEM);
-}
-
-// The buffer behind a program's address, or null.
-CmemBuffer *BufferOfAddress(BoardState &state, uint32_t address)
-{
-    const Mapping *mapping = MappingAt(address);
-    return mapping == nullptr || mapping->kind != NodeKind::Cmem ? nullptr : BufferAt(state, mapping->phys);
 }
 
 // words: address -> ..., size
@@ -161,78 +154,69 @@ void FindPool(Event &event)
         Fail(event, EINVAL);
 }
 
-struct CmemRequest {
-    uint32_t code;
-    uint32_t mask;  ///< bits of the request that make up the code; the others are flags
-    uint32_t words; ///< words of the argument, in and out
-    Call call;
-    const char *text;
-};
-
-constexpr uint32_t kAllBits = UINT32_MAX;
-constexpr CmemRequest kCmemRequests[] = {
-    {1, ~kCmemCached, 2, Call::CmemAlloc, "allocate from pool"},
-    {2, ~kCmemCached, 3, Call::CmemAllocHeap, "allocate from heap"},
-    {3, ~kCmemHeap, 2, Call::CmemFree, "free"},
-    {kCmemByPhys | 3, ~kCmemHeap, 2, Call::CmemFree, "free physical"},
-    {4, kAllBits, 1, Call::CmemPhys, "get physical address"},
-    {6, kAllBits, 2, Call::CmemPool, "get pool"},
-    {0x107, kAllBits, 2, Call::CmemCache, "write cache back"},
-    {0x207, kAllBits, 2, Call::CmemCache, "invalidate cache"},
-    {0x307, kAllBits, 2, Call::CmemCache, "write back and invalidate cache"},
-    {8, kAllBits, 1, Call::CmemVersion, "get version"},
-    {9, kAllBits, 2, Call::CmemBlock, "get block"},
-    {10, kAllBits, 1, Call::CmemRegister, "register user"},
-};
-
-const CmemRequest *FindCmemRequest(unsigned long request)
+constexpr RequestKind MemoryRow(uint32_t number, uint32_t flags, uint8_t words, Call call, const char *text,
+                                bool namesMemory = false)
 {
-    for (const CmemRequest &row : kCmemRequests)
-        if ((request & row.mask) == row.code)
-            return &row;
-    return nullptr;
+    return {number, ~flags, call, text, static_cast<uint8_t>(words * sizeof(uint32_t)), 0, true, namesMemory};
 }
 
-void ServeCmemVersion(Event &event)
+constexpr RequestKind kMemoryRequests[] = {
+    MemoryRow(1, kCmemCached, 2, Call::CmemAlloc, "allocate from pool"),
+    MemoryRow(2, kCmemCached, 3, Call::CmemAllocHeap, "allocate from heap"),
+    MemoryRow(3, kCmemHeap, 2, Call::CmemFree, "free", true),
+    MemoryRow(kCmemByPhys | 3, kCmemHeap, 2, Call::CmemFree, "free physical"),
+    MemoryRow(4, 0, 1, Call::CmemPhys, "get physical address", true),
+    MemoryRow(6, 0, 2, Call::CmemPool, "get pool"),
+    MemoryRow(0x107, 0, 2, Call::CmemCache, "write cache back", true),
+    MemoryRow(0x207, 0, 2, Call::CmemCache, "invalidate cache", true),
+    MemoryRow(0x307, 0, 2, Call::CmemCache, "write back and invalidate cache", true),
+    MemoryRow(8, 0, 1, Call::CmemVersion, "get version"),
+    MemoryRow(9, 0, 2, Call::CmemBlock, "get block"),
+    MemoryRow(10, 0, 1, Call::CmemRegister, "register user"),
+};
+
+void AnswerVersion(Event &event)
 {
     const FaultRule *rule = PickRule(event, Effect::Value);
     event.words[0] = rule != nullptr ? rule->value : kCmemVersion;
 }
 
-void AnswerCmem(Event &event, const CmemRequest &row)
+void Answer(Event &event, const Request &request)
 {
     const BoardLock lock;
     BoardState &state = *gBoard.state;
     uint32_t *words = event.words;
+    const Mapping *mapping = request.memory;
     CmemBuffer *buffer = nullptr;
     switch (event.call) {
     case Call::CmemAlloc:
-        AllocatePool(event, state);
+        AllocatePool(event, state, request.process);
         break;
     case Call::CmemAllocHeap:
-        AllocateHeap(event, state);
+        AllocateHeap(event, state, request.process);
         break;
     case Call::CmemFree:
-        buffer = (row.code & kCmemByPhys) != 0 ? BufferAt(state, words[0]) : BufferOfAddress(state, words[0]);
+        if (!request.kind->namesMemory)
+            buffer = BufferAt(state, words[0]);
+        else if (mapping != nullptr)
+            buffer = BufferAt(state, mapping->phys);
         FreeBuffer(event, buffer);
         break;
-    case Call::CmemPhys: {
-        const Mapping *mapping = MappingAt(words[0]);
+    case Call::CmemPhys:
         words[0] =
             mapping != nullptr ? static_cast<uint32_t>(mapping->phys + (words[0] - mapping->address)) : 0;
         if (mapping == nullptr)
             Fail(event, EINVAL);
         break;
-    }
     case Call::CmemPool:
         FindPool(event);
         break;
     case Call::CmemCache:
-        if (MappingAt(words[0]) == nullptr)
+        if (mapping == nullptr)
             Fail(event, EFAULT);
         break;
     case Call::CmemVersion:
-        ServeCmemVersion(event);
+        AnswerVersion(event);
         break;
     case Call::CmemBlock:
         if (words[0] > 1) {
@@ -252,42 +236,31 @@ void AnswerCmem(Event &event, const CmemRequest &row)
     }
 }
 
-} // namespace
-
-void ServeCmem(Event &event, unsigned long request, void *argument)
+void ServeMemory(Event &event, Request &request)
 {
-    const CmemRequest *row = FindCmemRequest(request);
-    if (row == nullptr) {
-        InjectFault(event);
-        Fail(event, event.error != 0 ? event.error : ENOTTY);
-        return;
-    }
-    event.call = row->call;
-    event.request = row->text;
-    event.wordCount = row->words;
-    if (argument == nullptr) {
+    event.wordCount = request.record.size / sizeof(uint32_t);
+    if (request.record.address == 0) {
         Fail(event, EFAULT);
         return;
     }
-    memcpy(event.words, argument, row->words * sizeof(uint32_t));
+    memcpy(event.words, request.record.bytes, request.record.size);
     if (!InjectFault(event))
-        AnswerCmem(event, *row);
-    if (event.result == 0)
-        memcpy(argument, event.words, row->words * sizeof(uint32_t));
+        Answer(event, request);
+    memcpy(request.record.bytes, event.words, request.record.size);
 }
 
-bool FindBufferMemory(uint64_t offset, size_t length, uint64_t *fileOffset)
-{
-    *fileOffset = offset - kCmemBase;
-    return offset >= kCmemBase && offset < kCmemEnd && length <= kCmemEnd - offset;
-}
-
-void ReleaseBuffers()
+// The buffers of a process go back when it closes the device.
+void ReleaseBuffers(uint32_t process)
 {
     const BoardLock lock;
     for (CmemBuffer &buffer : gBoard.state->cmem)
-        if (buffer.size != 0 && buffer.owner == host::ProcessId())
+        if (buffer.size != 0 && buffer.owner == process)
             buffer.size = 0;
 }
+
+} // namespace
+
+constinit const Driver kMemoryDriver = {kMemoryRequests, ServeMemory, nullptr, ReleaseBuffers};
+constinit const DeviceMemory kBufferMemory = {kCmemFile, kCmemBase, kCmemEnd - kCmemBase, true};
 
 } // namespace sim

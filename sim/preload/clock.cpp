@@ -6,7 +6,6 @@
 #include "sim/preload/preload.h"
 
 #include "sim/board/host.h"
-#include "sim/trace/trace.h"
 
 #include <time.h>
 
@@ -57,12 +56,12 @@ int64_t LeadNs()
                                 static_cast<double>(host::MonotonicNs() - gBoard.startNs));
 }
 
-bool ShowsTimeOfDay(clockid_t clock)
+bool IsCpuClock(clockid_t clock)
 {
-    return clock != CLOCK_PROCESS_CPUTIME_ID && clock != CLOCK_THREAD_CPUTIME_ID;
+    return clock == CLOCK_PROCESS_CPUTIME_ID || clock == CLOCK_THREAD_CPUTIME_ID;
 }
 
-int64_t SetBackNs(Event &event)
+int64_t SetBackByFaultNs(Event &event)
 {
     const BoardLock lock;
     const FaultRule *rule = PickRule(event, Effect::Back);
@@ -88,8 +87,8 @@ int ReadClock(clockid_t clock, AnyTime *time, Real real)
     if (!InjectFault(event)) {
         event.result = real();
         event.error = errno;
-        if (event.result == 0 && ShowsTimeOfDay(clock))
-            FromNs(ToNs(*time) + LeadNs() - SetBackNs(event), time);
+        if (event.result == 0 && !IsCpuClock(clock))
+            FromNs(ToNs(*time) + LeadNs() - SetBackByFaultNs(event), time);
     }
     return static_cast<int>(FinishReading(event));
 }
@@ -128,21 +127,21 @@ int ReadTimeOfDay(AnyValue *value, Real real)
     return static_cast<int>(FinishReading(event));
 }
 
-// Pauses for `ns` of the board's time. `real` takes the
-// host's pause and the rest of it, and returns 0 or an errno.
+// Pauses for `ns` of the board's time. `real` takes the host's pause and the rest of it, and returns 0 or an
+// errno. An interruption that a fault asks for comes half-way: whoever goes on with the rest comes to an end.
 template <class Real>
 int PauseFor(int64_t ns, int64_t *leftNs, Real real)
 {
     Event event(Call::Sleep);
     event.sleepUs = static_cast<double>(ns) / 1000.0;
-    *leftNs = ns;
-    if (!InjectFault(event)) {
-        const auto onHost = static_cast<int64_t>(static_cast<double>(ns) / gBoard.speed);
-        int64_t left = 0;
-        event.error = real(onHost, &left);
-        event.result = event.error == 0 ? 0 : -1;
-        *leftNs = static_cast<int64_t>(static_cast<double>(left) * gBoard.speed);
-    }
+    const bool fails = ns > 0 && InjectFault(event);
+    *leftNs = !fails ? 0 : event.error == EINTR ? ns / 2 : ns;
+    const auto onHost = static_cast<int64_t>(static_cast<double>(ns - *leftNs) / gBoard.speed);
+    int64_t left = 0;
+    const int error = onHost > 0 || !fails ? real(onHost, &left) : 0;
+    if (error != 0)
+        Fail(event, error);
+    *leftNs += static_cast<int64_t>(static_cast<double>(left) * gBoard.speed);
     Finish(event);
     return event.error;
 }

@@ -6,7 +6,6 @@
 
 #include "sim/board/host.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -30,26 +29,16 @@ FILE *OpenStream(const char *path, const char *mode, Real real)
 {
     Place place;
     FindPlace(path, &place);
-    if (place.kind == NodeKind::None)
+    if (place.where == Place::Where::Pc)
         return real(path);
     Event event(Call::Fopen, path);
     event.text = mode;
     FILE *stream = nullptr;
-    const bool isFile = place.kind == NodeKind::File;
-    if (InjectFault(event) || (isFile && InjectFlashFault(event, ModeWrites(mode)))) {
-        Finish(event);
-        return nullptr;
-    }
-    if (!place.exists) {
-        Fail(event, ENOENT);
-    } else if ((stream = real(place.path)) == nullptr) {
+    if (!IsBarred(event, place, ModeWrites(mode)) && (stream = real(place.path)) == nullptr)
         Fail(event, errno);
-    } else if (!KeepNode(fileno(stream), place.kind, path)) {
+    if (stream != nullptr && !KeepOpened(event, fileno(stream), place, ModeWrites(mode))) {
         fclose(stream);
         stream = nullptr;
-        Fail(event, EMFILE);
-    } else if (isFile && ModeWrites(mode) && IsFlashFull(event)) {
-        FillUp(fileno(stream), place.path);
     }
     Finish(event);
     return stream;
@@ -136,14 +125,15 @@ int CaptureKernelLog(Event &event, const char *path)
 {
     Place place;
     FindPlace(path, &place);
-    const bool isFile = place.kind == NodeKind::File;
+    const bool isFile = place.where != Place::Where::Pc && place.device == nullptr;
     Event redirection(Call::Flash, path); // the shell's own failure to open: seen only in its status
-    if (isFile && (!place.exists || InjectFlashFault(redirection, true))) {
+    if (place.where == Place::Where::Nowhere || (isFile && InjectFlashFault(redirection, true))) {
         event.fault = redirection.fault;
         return kCannotCreate;
     }
     const bool full = isFile && IsFlashFull(redirection);
-    const int target = host::Open(isFile ? place.path : path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const int target = host::Open(place.where == Place::Where::Board ? place.path : path,
+                                  O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (target < 0)
         return kCannotCreate;
     const int log = OpenKernelLog(O_RDONLY);
@@ -298,49 +288,20 @@ SIM_WRAP(int, __fprintf_chk, (FILE * stream, int flag, const char *format, ...))
     }
 
 SIM_WRAP_PATH(unlink, Call::Unlink, true, (const char *path), (onPc))
-SIM_WRAP_PATH(remove, Call::Unlink, true, (const char *path), (onPc))
-SIM_WRAP_PATH(rmdir, Call::Unlink, true, (const char *path), (onPc))
-SIM_WRAP_PATH(unlinkat, Call::Unlink, true, (int folder, const char *path, int flags), (folder, onPc, flags))
-SIM_WRAP_PATH(mkdir, Call::Mkdir, true, (const char *path, mode_t mode), (onPc, mode))
-SIM_WRAP_PATH(chmod, Call::Chmod, true, (const char *path, mode_t mode), (onPc, mode))
 SIM_WRAP_PATH(access, Call::Access, false, (const char *path, int mode), (onPc, mode))
-SIM_WRAP_PATH(faccessat, Call::Access, false, (int folder, const char *path, int mode, int flags),
-              (folder, onPc, mode, flags))
 SIM_WRAP_PATH(stat, Call::Stat, false, (const char *path, void *status), (onPc, status))
-SIM_WRAP_PATH(lstat, Call::Stat, false, (const char *path, void *status), (onPc, status))
 SIM_WRAP_PATH(stat64, Call::Stat, false, (const char *path, void *status), (onPc, status))
-SIM_WRAP_PATH(lstat64, Call::Stat, false, (const char *path, void *status), (onPc, status))
-SIM_WRAP_PATH(fstatat, Call::Stat, false, (int folder, const char *path, void *status, int flags),
-              (folder, onPc, status, flags))
-SIM_WRAP_PATH(fstatat64, Call::Stat, false, (int folder, const char *path, void *status, int flags),
-              (folder, onPc, status, flags))
-SIM_WRAP_PATH(statx, Call::Stat, false,
-              (int folder, const char *path, int flags, unsigned mask, void *status),
-              (folder, onPc, flags, mask, status))
 SIM_WRAP_PATH(inotify_add_watch, Call::Watch, false, (int inotify, const char *path, uint32_t mask),
               (inotify, onPc, mask))
 #if __TIMESIZE == 32
 SIM_WRAP_PATH(__stat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))
-SIM_WRAP_PATH(__lstat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))
-SIM_WRAP_PATH(__fstatat64_time64, Call::Stat, false, (int folder, const char *path, void *status, int flags),
-              (folder, onPc, status, flags))
 #endif
-
-SIM_WRAP(DIR *, opendir, (const char *path))
-{
-    DIR *folder = nullptr;
-    CallOnPath(Call::Opendir, path, false, [&folder](const char *onPc) {
-        folder = SIM_NEXT(opendir)(onPc);
-        return folder == nullptr ? -1 : 0;
-    });
-    return folder;
-}
 
 SIM_WRAP(int, rename, (const char *from, const char *to))
 {
     Place target;
     FindPlace(to, &target);
-    const char *toOnPc = target.kind == NodeKind::None ? to : target.path;
+    const char *toOnPc = target.where == Place::Where::Pc ? to : target.path;
     return static_cast<int>(CallOnPath(
         Call::Rename, from, true, [toOnPc](const char *onPc) { return SIM_NEXT(rename)(onPc, toOnPc); }));
 }

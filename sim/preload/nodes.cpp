@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
 // Stand-ins for the calls on descriptors: opening, closing, requests, mappings. A node's descriptor is a real
-// one (of /dev/null), so that close, dup, poll and the like behave, and its number is noted (nodes.h).
+// one (of /dev/null), so that close, dup, poll and the like behave, and its number is noted (nodes.h). This is
+// the road on which requests reach the drivers from within the program's own process.
 #include "sim/preload/preload.h"
 
 #include "sim/board/host.h"
-#include "sim/drivers/devices.h"
 #include "sim/trace/trace.h"
 
 #include <fcntl.h>
 #include <stdarg.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -41,14 +40,6 @@ namespace
     EndTrace();
 }
 
-bool OpensForWriting(int flags)
-{
-    return (flags & O_ACCMODE) != O_RDONLY;
-}
-bool MayCreate(int flags)
-{
-    return (flags & (O_CREAT | O_TRUNC)) != 0;
-}
 bool TakesMode(int flags)
 {
     return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
@@ -59,22 +50,18 @@ int OpenPath(const char *path, int flags, Real real)
 {
     Place place;
     FindPlace(path, &place);
-    if (place.kind == NodeKind::None)
+    if (place.where == Place::Where::Pc)
         return real(path);
-    const bool isFile = place.kind == NodeKind::File;
+    const bool writes = (flags & O_ACCMODE) != O_RDONLY;
+    const bool mayCreate = (flags & (O_CREAT | O_TRUNC)) != 0;
     Event event(Call::Open, path);
-    event.text = !OpensForWriting(flags) ? "for reading" : isFile ? "for writing" : "";
-    if (!InjectFault(event) &&
-        !(isFile && InjectFlashFault(event, OpensForWriting(flags) || MayCreate(flags)))) {
-        const int fd = place.exists ? real(place.path) : -1;
-        event.error = place.exists ? errno : ENOENT;
-        event.result = fd;
-        if (fd >= 0 && !KeepNode(fd, place.kind, path)) {
+    event.text = !writes ? "for reading" : place.device == nullptr ? "for writing" : "";
+    if (!IsBarred(event, place, writes || mayCreate)) {
+        event.result = real(place.path);
+        event.error = errno;
+        const auto fd = static_cast<int>(event.result);
+        if (fd >= 0 && !KeepOpened(event, fd, place, writes))
             host::Close(fd);
-            Fail(event, EMFILE);
-        } else if (fd >= 0 && isFile && OpensForWriting(flags) && IsFlashFull(event)) {
-            FillUp(fd, place.path);
-        }
     }
     return static_cast<int>(Finish(event));
 }
@@ -83,9 +70,15 @@ int CopyNode(int from, int to)
 {
     const Node *node = NodeOf(from);
     ForgetNode(to);
-    if (node != nullptr && to >= 0 && KeepNode(to, node->kind, node->path))
-        NodeOf(to)->slave = node->slave;
+    if (node != nullptr)
+        KeepNode(to, *node);
     return to;
+}
+
+bool Holds(const DeviceMemory &memory, uint64_t offset, size_t length)
+{
+    const uint64_t end = uint64_t{memory.base} + memory.length;
+    return offset >= memory.base && offset < end && length <= end - offset;
 }
 
 // The memory behind a node, mapped from a file of the board.
@@ -96,20 +89,19 @@ void *MapNode(const Node &node, size_t length, int flags, uint64_t offset, Real 
     event.words[0] = static_cast<uint32_t>(offset);
     event.words[1] = static_cast<uint32_t>(length);
     event.wordCount = 2;
-    const char *file = nullptr;
-    uint64_t fileOffset = 0;
+    const DeviceMemory *memory = node.device->memory;
     void *map = MAP_FAILED;
     char path[4200];
     if (InjectFault(event)) {
-    } else if (!FindMemory(node, offset, length, &file, &fileOffset) ||
-               !BoardPath(file, path, sizeof(path))) {
+    } else if (memory == nullptr || !Holds(*memory, offset, length) ||
+               !BoardPath(memory->file, path, sizeof(path))) {
         Fail(event, EINVAL);
     } else {
         const int fd = host::Open(path, O_RDWR);
-        map = fd < 0 ? MAP_FAILED : real(flags, fd, fileOffset);
+        map = fd < 0 ? MAP_FAILED : real(flags, fd, offset - memory->base);
         host::Close(fd);
         const Mapping mapping = {reinterpret_cast<uintptr_t>(map), length, static_cast<uint32_t>(offset),
-                                 node.kind};
+                                 node.device};
         if (map == MAP_FAILED || !KeepMapping(mapping))
             Fail(event, ENOMEM);
     }
@@ -117,31 +109,26 @@ void *MapNode(const Node &node, size_t length, int flags, uint64_t offset, Real 
     return event.result < 0 ? MAP_FAILED : map;
 }
 
-// Addresses travel through the memory driver in 32 bits, so that its buffers lie low on a 64-bit PC, too.
+// Where addresses travel in 32 bits, mappings lie low on a 64-bit PC, too.
 int LowAddress(const Node &node)
 {
 #ifdef MAP_32BIT
-    return node.kind == NodeKind::Cmem ? MAP_32BIT : 0;
+    return node.device->memory != nullptr && node.device->memory->isAddressed ? MAP_32BIT : 0;
 #else
     (void)node;
     return 0;
 #endif
 }
 
-bool IsDevice(const Node &node)
-{
-    return node.kind != NodeKind::File;
-}
-
 template <class Real>
-long MoveBytes(Call call, int fd, Real real)
+long CallOnDescriptor(Call call, int fd, Real real)
 {
     Node *node = NodeOf(fd);
     if (node == nullptr)
         return real();
     Event event(call, node->path, fd);
     if (!InjectFault(event)) {
-        if (IsDevice(*node)) {
+        if (node->device != nullptr) {
             Fail(event, EINVAL);
         } else {
             event.result = static_cast<long>(CallOnFull(*node, real));
@@ -151,11 +138,38 @@ long MoveBytes(Call call, int fd, Real real)
     return Finish(event);
 }
 
-int RequestOnNode(int fd, unsigned long request, void *argument)
+// Between the program's memory and the copies that a driver works on.
+void Fetch(Part &part)
 {
-    Node *node = NodeOf(fd);
-    Event event(Call::Ioctl, node->path, fd);
-    ServeRequest(event, *node, request, argument);
+    if (part.isFetched && part.address != 0)
+        memcpy(part.bytes, reinterpret_cast<const void *>(static_cast<uintptr_t>(part.address)), part.size);
+}
+
+void Store(const Part &part)
+{
+    if (part.isStored && part.address != 0)
+        memcpy(reinterpret_cast<void *>(static_cast<uintptr_t>(part.address)), part.bytes, part.size);
+}
+
+int RequestOnNode(Node &node, int fd, unsigned long number, void *argument)
+{
+    const Device &device = *node.device;
+    Request request(number, reinterpret_cast<uintptr_t>(argument), sizeof(void *), host::ProcessId(), node);
+    Event event(Call::Ioctl, node.path, fd);
+    FindRecord(device, request);
+    Fetch(request.record);
+    FindLists(device, request);
+    for (Part &list : request.lists)
+        Fetch(list);
+    if (request.kind != nullptr && request.kind->namesMemory && request.record.address != 0) {
+        uint32_t address = 0;
+        memcpy(&address, request.record.bytes, sizeof(address));
+        request.memory = MappingAt(address);
+    }
+    Serve(device, request, event);
+    if (event.result == 0)
+        for (const Part *part : {&request.record, &request.lists[0], &request.lists[1]})
+            Store(*part);
     return static_cast<int>(Finish(event));
 }
 
@@ -198,13 +212,6 @@ int RequestOnNode(int fd, unsigned long request, void *argument)
                         [=](const char *onPc) { return SIM_NEXT(symbol)(folder, onPc, flags); });            \
     }
 
-#define SIM_WRAP_CREAT(symbol)                                                                               \
-    SIM_WRAP(int, symbol, (const char *path, unsigned mode))                                                 \
-    {                                                                                                        \
-        return OpenPath(path, O_CREAT | O_WRONLY | O_TRUNC,                                                  \
-                        [=](const char *onPc) { return SIM_NEXT(symbol)(onPc, mode); });                     \
-    }
-
 SIM_WRAP_OPEN(open)
 SIM_WRAP_OPEN(open64)
 SIM_WRAP_OPENAT(openat)
@@ -213,8 +220,6 @@ SIM_WRAP_OPEN_2(__open_2)
 SIM_WRAP_OPEN_2(__open64_2)
 SIM_WRAP_OPENAT_2(__openat_2)
 SIM_WRAP_OPENAT_2(__openat64_2)
-SIM_WRAP_CREAT(creat)
-SIM_WRAP_CREAT(creat64)
 
 // ---- Close and duplicates
 
@@ -226,8 +231,8 @@ SIM_WRAP(int, close, (int fd))
     const Node closed = *node;
     Event event(Call::Close, closed.path, fd);
     ForgetNode(fd);
-    if (closed.kind == NodeKind::Cmem)
-        ReleaseBuffers();
+    if (closed.device != nullptr && closed.device->driver->close != nullptr)
+        closed.device->driver->close(host::ProcessId());
     const int result = SIM_NEXT(close)(fd);
     const int error = errno;
     if (!InjectFault(event)) {
@@ -285,40 +290,35 @@ SIM_WRAP_FCNTL(fcntl64)
         va_start(arguments, request);                                                                        \
         void *argument = va_arg(arguments, void *);                                                          \
         va_end(arguments);                                                                                   \
-        return NodeOf(fd) == nullptr ? SIM_NEXT(symbol)(fd, request, argument)                               \
-                                     : RequestOnNode(fd, request, argument);                                 \
+        Node *node = NodeOf(fd);                                                                             \
+        return node == nullptr || node->device == nullptr ? SIM_NEXT(symbol)(fd, request, argument)          \
+                                                          : RequestOnNode(*node, fd, request, argument);     \
     }
 
 SIM_WRAP_IOCTL(ioctl)
 
 SIM_WRAP(ssize_t, read, (int fd, void *dest, size_t count))
 {
-    return MoveBytes(
+    return CallOnDescriptor(
         Call::Read, fd, [=] { return SIM_NEXT(read)(fd, dest, count); });
 }
 
 SIM_WRAP(ssize_t, __read_chk, (int fd, void *dest, size_t count, size_t room))
 {
-    return MoveBytes(
+    return CallOnDescriptor(
         Call::Read, fd, [=] { return SIM_NEXT(__read_chk)(fd, dest, count, room); });
 }
 
 SIM_WRAP(ssize_t, write, (int fd, const void *source, size_t count))
 {
-    return MoveBytes(
+    return CallOnDescriptor(
         Call::Write, fd, [=] { return SIM_NEXT(write)(fd, source, count); });
 }
 
 SIM_WRAP(int, fsync, (int fd))
 {
-    return static_cast<int>(MoveBytes(
+    return static_cast<int>(CallOnDescriptor(
         Call::Fsync, fd, [=] { return SIM_NEXT(fsync)(fd); }));
-}
-
-SIM_WRAP(int, fdatasync, (int fd))
-{
-    return static_cast<int>(MoveBytes(
-        Call::Fsync, fd, [=] { return SIM_NEXT(fdatasync)(fd); }));
 }
 
 // ---- Mappings
@@ -326,7 +326,7 @@ SIM_WRAP(int, fdatasync, (int fd))
 SIM_WRAP(void *, mmap, (void *where, size_t length, int protection, int flags, int fd, long offset))
 {
     const Node *node = NodeOf(fd);
-    if (node == nullptr || !IsDevice(*node))
+    if (node == nullptr || node->device == nullptr)
         return SIM_NEXT(mmap)(where, length, protection, flags, fd, offset);
     // An offset above 2 GiB is negative where it has 32 bits.
     const auto unsignedOffset = static_cast<unsigned long>(offset);
@@ -339,7 +339,7 @@ SIM_WRAP(void *, mmap, (void *where, size_t length, int protection, int flags, i
 SIM_WRAP(void *, mmap64, (void *where, size_t length, int protection, int flags, int fd, int64_t offset))
 {
     const Node *node = NodeOf(fd);
-    if (node == nullptr || !IsDevice(*node))
+    if (node == nullptr || node->device == nullptr)
         return SIM_NEXT(mmap64)(where, length, protection, flags, fd, offset);
     const auto unsignedOffset = static_cast<uint64_t>(offset);
     return MapNode(
@@ -353,7 +353,7 @@ SIM_WRAP(int, munmap, (void *address, size_t length))
     Mapping *mapping = MappingAt(reinterpret_cast<uintptr_t>(address));
     if (mapping == nullptr)
         return SIM_NEXT(munmap)(address, length);
-    Event event(Call::Munmap, mapping->kind == NodeKind::Cmem ? "/dev/cmem" : "/dev/csl1");
+    Event event(Call::Munmap, mapping->device->path);
     event.words[0] = mapping->phys;
     event.words[1] = static_cast<uint32_t>(length);
     event.wordCount = 2;

@@ -15,9 +15,11 @@
 #include "sim/calls/event.h"
 #include "sim/calls/faults.h"
 #include "sim/calls/nodes.h"
+#include "sim/drivers/devices.h"
 
 #include <dlfcn.h>
 #include <errno.h>
+#include <stdio.h>
 
 #define SIM_WRAP(result, symbol, parameters)                                                                 \
     extern "C" [[gnu::visibility("default")]] result wrap_##symbol parameters __asm__(#symbol);              \
@@ -37,12 +39,27 @@
 namespace sim
 {
 
-/// Lets a new descriptor of a file on a full flash write
-/// no byte. The file stays a file, which /dev/full is not.
-inline void FillUp(int fd, const char *path)
+/// Notes the new descriptor of an open call; false, with the event's failure, when its number is too high. On a
+/// full flash a file that is opened for writing takes no byte: it stays a file, which /dev/full is not.
+inline bool KeepOpened(Event &event, int fd, const Place &place, bool writes)
 {
-    if (host::MakeReadOnly(fd, path))
-        NodeOf(fd)->full = true;
+    Node node = {place.device, 0, false, ""};
+    snprintf(node.path, sizeof(node.path), "%s", event.path);
+    node.full = writes && place.device == nullptr && IsFlashFull(event) && host::MakeReadOnly(fd, place.path);
+    const bool isKept = KeepNode(fd, node);
+    if (!isKept)
+        Fail(event, EMFILE);
+    return isKept;
+}
+
+/// A fault stands in the way of a call on a path of the board, or nothing is there; the event says how it fails.
+inline bool IsBarred(Event &event, const Place &place, bool changes)
+{
+    if (InjectFault(event) || (place.device == nullptr && InjectFlashFault(event, changes)))
+        return true;
+    if (place.where == Place::Where::Nowhere)
+        Fail(event, ENOENT);
+    return event.result < 0;
 }
 
 /// Makes a call that may write to a file on a full flash: the failure is one for want of room.
@@ -63,16 +80,12 @@ long CallOnPath(Call call, const char *path, bool changes, Real real)
 {
     Place place;
     FindPlace(path, &place);
-    if (place.kind == NodeKind::None)
+    if (place.where == Place::Where::Pc)
         return real(path);
     Event event(call, path);
-    if (!InjectFault(event) && !(place.kind == NodeKind::File && InjectFlashFault(event, changes))) {
-        if (!place.exists) {
-            Fail(event, ENOENT);
-        } else {
-            event.result = real(place.path);
-            event.error = errno;
-        }
+    if (!IsBarred(event, place, changes)) {
+        event.result = real(place.path);
+        event.error = errno;
     }
     return Finish(event);
 }

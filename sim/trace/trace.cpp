@@ -18,7 +18,7 @@ namespace sim
 namespace
 {
 
-TraceMode gMode = TraceMode::Off;
+bool gIsJson = false;
 int gFd = -1;
 bool gColour = false;
 TraceTotals gTotals;
@@ -32,6 +32,16 @@ void CountEvent(const Event &event, uint64_t endNs)
     gTotals.pausedNs += event.call == Call::Sleep ? endNs - event.startNs : 0U;
 }
 
+void TraceEvent(const Event &event, uint64_t endNs)
+{
+    const WordLock lock(&gLock);
+    CountEvent(event, endNs);
+    if (gIsJson)
+        WriteJsonLine(event, endNs, gFd);
+    else
+        WritePersonLine(event, endNs, gFd, gColour);
+}
+
 } // namespace
 
 void StartTrace()
@@ -42,39 +52,25 @@ void StartTrace()
         return;
     const int fd = file != nullptr ? host::Open(file, O_WRONLY | O_CREAT | O_APPEND, 0644) : STDERR_FILENO;
     // Out of the program's way: it gets the descriptors that it would get on the board.
-    gFd = fd < 0 ? -1 : host::MoveUp(fd);
+    gFd = fd < 0 ? -1 : host::MoveToHighNumber(fd);
     if (file != nullptr && fd >= 0)
         host::Close(fd);
     if (gFd < 0)
         return;
     gColour = strcmp(mode, "colour") == 0;
-    gMode = strcmp(mode, "json") == 0 ? TraceMode::Json : TraceMode::Human;
-}
-
-bool IsTracing()
-{
-    return gMode != TraceMode::Off;
-}
-
-void TraceEvent(const Event &event, uint64_t endNs)
-{
-    const WordLock lock(&gLock);
-    CountEvent(event, endNs);
-    if (gMode == TraceMode::Json)
-        TellProgram(event, endNs, gFd);
-    else
-        TellPerson(event, endNs, gFd, gColour);
+    gIsJson = strcmp(mode, "json") == 0;
+    gObserver = TraceEvent;
 }
 
 void EndTrace()
 {
-    if (!IsTracing())
+    if (gObserver == nullptr)
         return;
     const WordLock lock(&gLock);
-    if (gMode == TraceMode::Json)
-        SumUpForProgram(gTotals, BoardNs(), gFd);
+    if (gIsJson)
+        WriteJsonSummary(gTotals, BoardNs(), gFd);
     else
-        SumUpForPerson(gTotals, BoardNs(), gFd);
+        WritePersonSummary(gTotals, BoardNs(), gFd);
 }
 
 } // namespace sim

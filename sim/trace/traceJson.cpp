@@ -13,24 +13,23 @@ namespace
 
 void AddJsonFields(Line *line, const Event &event)
 {
-    Spread spread;
-    SpreadRegisters(event, &spread);
+    const RegisterImage image = ImageOf(event);
     const char *comma = "";
     line->Add(",\"fields\":[");
-    ForEachField(spread, [&](const Field &field) {
+    ForEachField(image, [&](const Field &field) {
         line->Add("%s{\"name\":\"%s\",", comma, field.name);
         comma = ",";
         if (field.registers > 2) {
             for (int i = 0; i < field.registers; ++i)
-                line->Add("%s%u", i == 0 ? "\"values\":[" : ",", spread.after[field.reg + i]);
+                line->Add("%s%u", i == 0 ? "\"values\":[" : ",", image.after[field.reg + i]);
             line->Add("]}");
             return;
         }
-        const uint32_t value = FieldValue(field, spread.after);
+        const uint32_t value = FieldValue(field, image.after);
         char meaning[80];
         DescribeValue(field, value, meaning, sizeof(meaning));
         if (event.isWrite)
-            line->Add("\"before\":%u,", FieldValue(field, spread.before));
+            line->Add("\"before\":%u,", FieldValue(field, image.before));
         line->Add("\"value\":%u%s%s%s}", value, meaning[0] != '\0' ? ",\"meaning\":\"" : "", meaning,
                   meaning[0] != '\0' ? "\"" : "");
     });
@@ -84,7 +83,7 @@ void AddJsonDetails(Line *line, const Event &event)
 
 } // namespace
 
-void TellProgram(const Event &event, uint64_t endNs, int fd)
+void WriteJsonLine(const Event &event, uint64_t endNs, int fd)
 {
     Line line;
     line.Add("{\"t\":%.6f,\"took\":%.6f,\"pid\":%u,\"call\":\"%s\"", Ms(event.startNs) / 1e3,
@@ -109,7 +108,7 @@ void TellProgram(const Event &event, uint64_t endNs, int fd)
     line.Write(fd);
 }
 
-void SumUpForProgram(const TraceTotals &totals, uint64_t nowNs, int fd)
+void WriteJsonSummary(const TraceTotals &totals, uint64_t nowNs, int fd)
 {
     Line line;
     line.Add("{\"t\":%.6f,\"pid\":%u,\"call\":\"exit\",\"calls\":%llu,\"transfers\":%llu,\"faults\":%llu,"

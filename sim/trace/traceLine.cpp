@@ -43,20 +43,21 @@ void Line::Write(int fd)
     host::WriteAll(fd, text_, length_);
 }
 
-void SpreadRegisters(const Event &event, Spread *spread)
+RegisterImage ImageOf(const Event &event)
 {
-    *spread = {};
+    RegisterImage image;
     for (uint32_t i = 0; i < event.count; ++i) {
-        spread->before[event.reg[i]] = event.before[i];
-        spread->after[event.reg[i]] = event.after[i];
-        spread->touched[event.reg[i]] = true;
+        image.before[event.reg[i]] = event.before[i];
+        image.after[event.reg[i]] = event.after[i];
+        image.touched[event.reg[i]] = true;
     }
+    return image;
 }
 
-bool IsTouched(const Spread &spread, const Field &field)
+bool IsTouched(const RegisterImage &image, const Field &field)
 {
     for (int i = 0; i < field.registers; ++i)
-        if (!spread.touched[field.reg + i])
+        if (!image.touched[field.reg + i])
             return false;
     return true;
 }

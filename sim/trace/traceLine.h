@@ -39,24 +39,24 @@ struct TraceTotals {
     uint64_t pausedNs = 0;
 };
 
-/// The registers of a transfer spread out by address, so that fields can be taken from them.
-struct Spread {
+/// The registers of a transfer, by address, so that fields can be taken from them.
+struct RegisterImage {
     uint8_t before[257] = {};
     uint8_t after[257] = {};
     bool touched[257] = {};
 };
 
-void SpreadRegisters(const Event &event, Spread *spread);
-bool IsTouched(const Spread &spread, const Field &field);
+RegisterImage ImageOf(const Event &event);
+bool IsTouched(const RegisterImage &image, const Field &field);
 
 /// Calls `each` with every field that the transfer moved; where a wider one covers them, with that one only.
 template <class Each>
-void ForEachField(const Spread &spread, Each each)
+void ForEachField(const RegisterImage &image, Each each)
 {
     bool told[257] = {};
     for (int wide = 1; wide >= 0; --wide) {
         for (const Field *field = FieldsBegin(); field != FieldsEnd(); ++field) {
-            if ((field->registers > 1) != (wide == 1) || !IsTouched(spread, *field) || told[field->reg])
+            if ((field->registers > 1) != (wide == 1) || !IsTouched(image, *field) || told[field->reg])
                 continue;
             each(*field);
             if (wide == 1)
@@ -80,12 +80,12 @@ const char *PinName(uint32_t pin);
 const char *LevelName(uint32_t pin, uint32_t level);
 
 /// The trace for a person; `colour` for a terminal.
-void TellPerson(const Event &event, uint64_t endNs, int fd, bool colour);
-void SumUpForPerson(const TraceTotals &totals, uint64_t nowNs, int fd);
+void WritePersonLine(const Event &event, uint64_t endNs, int fd, bool colour);
+void WritePersonSummary(const TraceTotals &totals, uint64_t nowNs, int fd);
 
 /// The trace for a program.
-void TellProgram(const Event &event, uint64_t endNs, int fd);
-void SumUpForProgram(const TraceTotals &totals, uint64_t nowNs, int fd);
+void WriteJsonLine(const Event &event, uint64_t endNs, int fd);
+void WriteJsonSummary(const TraceTotals &totals, uint64_t nowNs, int fd);
 
 } // namespace sim
 

@@ -63,14 +63,14 @@ void AddBlock(Line *line, const Field &field, const uint8_t *values)
 }
 
 // "AeSwitch on", "MnlAgn 64 (gain 2.000)", "LongExp 0 -> 29 (29 further frames)"
-void AddField(Line *line, const Field &field, const Spread &spread, bool isWrite)
+void AddField(Line *line, const Field &field, const RegisterImage &image, bool isWrite)
 {
     if (field.registers > 2) {
-        AddBlock(line, field, spread.after);
+        AddBlock(line, field, image.after);
         return;
     }
-    const uint32_t before = FieldValue(field, spread.before);
-    const uint32_t after = FieldValue(field, spread.after);
+    const uint32_t before = FieldValue(field, image.before);
+    const uint32_t after = FieldValue(field, image.after);
     const bool changed = isWrite && before != after;
     char meaning[80];
     DescribeValue(field, after, meaning, sizeof(meaning));
@@ -107,13 +107,12 @@ void AddTransfer(Line *line, const Event &event)
         return;
     }
     AddRange(line, event);
-    Spread spread;
-    SpreadRegisters(event, &spread);
+    const RegisterImage image = ImageOf(event);
     const char *comma = " ";
     bool anyChange = false;
-    ForEachField(spread, [&](const Field &field) {
+    ForEachField(image, [&](const Field &field) {
         line->Add("%s", comma);
-        AddField(line, field, spread, event.isWrite);
+        AddField(line, field, image, event.isWrite);
         comma = ", ";
     });
     for (uint32_t i = 0; i < event.count; ++i)
@@ -216,7 +215,7 @@ void AddGroups(Line *line, uint32_t bits)
 }
 
 // The polls that found the camera busy, in one line, when something else comes or the camera is ready.
-void TellPolls(uint64_t startNs, uint64_t nowNs, bool ready)
+void WritePolls(uint64_t startNs, uint64_t nowNs, bool ready)
 {
     Line line{};
     startNs = gPerson.polls > 0 ? gPerson.pollStartNs : startNs;
@@ -247,7 +246,7 @@ void HoldPoll(const Event &event, uint32_t bits)
 }
 
 // Opens or closes of the chip-support nodes that came in a row, in one line.
-void TellRow()
+void WriteRow()
 {
     Line line{};
     char device[16];
@@ -268,7 +267,7 @@ bool BelongsToRow(const Event &event)
 void HoldRow(const Event &event, uint64_t endNs)
 {
     if (gPerson.rowCount > 0 && (gPerson.rowCall != event.call || gPerson.gapNs > 0))
-        TellRow();
+        WriteRow();
     const char number = event.path[8];
     if (gPerson.rowCount++ == 0) {
         gPerson.rowCall = event.call;
@@ -280,23 +279,23 @@ void HoldRow(const Event &event, uint64_t endNs)
 }
 
 // What is held back is told before anything else.
-void TellHeld(uint64_t nowNs)
+void WriteHeld(uint64_t nowNs)
 {
     if (gPerson.rowCount > 0)
-        TellRow();
+        WriteRow();
     if (gPerson.polls > 0)
-        TellPolls(nowNs, nowNs, false);
+        WritePolls(nowNs, nowNs, false);
 }
 
 } // namespace
 
-void TellPerson(const Event &event, uint64_t endNs, int fd, bool colour)
+void WritePersonLine(const Event &event, uint64_t endNs, int fd, bool colour)
 {
     gPerson.fd = fd;
     gPerson.colour = colour;
     if (event.call == Call::Sleep && event.result == 0 && event.fault == 0) {
         if (gPerson.rowCount > 0)
-            TellRow();
+            WriteRow();
         gPerson.gapNs += endNs - event.startNs;
         return;
     }
@@ -304,7 +303,7 @@ void TellPerson(const Event &event, uint64_t endNs, int fd, bool colour)
         const uint32_t bits = event.after[0] | static_cast<uint32_t>(event.after[1]) << 8 |
                               static_cast<uint32_t>(event.after[2]) << 16;
         if (bits == 0)
-            TellPolls(event.startNs, endNs, true);
+            WritePolls(event.startNs, endNs, true);
         else
             HoldPoll(event, bits);
         return;
@@ -313,7 +312,7 @@ void TellPerson(const Event &event, uint64_t endNs, int fd, bool colour)
         HoldRow(event, endNs);
         return;
     }
-    TellHeld(event.startNs);
+    WriteHeld(event.startNs);
     Line line{};
     BeginLine(&line, event.startNs, endNs, DeviceName(event));
     AddStory(&line, event);
@@ -321,10 +320,10 @@ void TellPerson(const Event &event, uint64_t endNs, int fd, bool colour)
     line.Write(gPerson.fd);
 }
 
-void SumUpForPerson(const TraceTotals &totals, uint64_t nowNs, int fd)
+void WritePersonSummary(const TraceTotals &totals, uint64_t nowNs, int fd)
 {
     gPerson.fd = fd;
-    TellHeld(nowNs);
+    WriteHeld(nowNs);
     Line line{};
     line.Add("%9.2f %s%8s %6s%s  end     %llu calls, %llu of them transfers; %.2f ms paused", Ms(nowNs),
              Colour(kFaint), "", "", Colour(kPlain), static_cast<unsigned long long>(totals.calls),
