@@ -15,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace
@@ -153,13 +154,29 @@ TEST_F(OnBoard, PathsAndCommandsLeadIntoTheFolder)
     EXPECT_EQ(WEXITSTATUS(system("touch /mnt/nand/x")), 127);
 }
 
+// A board whose flash is full: files open, and no descriptor of them takes a byte.
+TEST_F(OnBoard, FullFlashTakesNoByteThroughAnyDescriptor)
+{
+    const int fd = open("/mnt/nand/full", O_WRONLY | O_CREAT, 0644);
+    ASSERT_GE(fd, 0);
+    for (const int copy : {fd, dup(fd), dup2(fd, 90), dup3(fd, 91, 0), fcntl(fd, F_DUPFD, 92)})
+        EXPECT_TRUE(write(copy, "x", 1) == -1 && errno == ENOSPC) << copy << strerror(errno);
+    struct stat status = {};
+    EXPECT_EQ(stat("/mnt/nand/full", &status) | static_cast<int>(status.st_size), 0);
+}
+
 TEST_F(OnBoard, PausesAreNeverShorterThanAsked)
 {
     timespec before = {}, after = {};
-    const timespec pause = {3, 100000000};
+    const timespec pause = {1, 100000000};
+    timeval day = {}, dayAfter = {};
+    gettimeofday(&day, nullptr);
     const time_t wall = time(nullptr);
     clock_gettime(CLOCK_MONOTONIC, &before);
     EXPECT_EQ(usleep(900000) | clock_nanosleep(CLOCK_MONOTONIC, 0, &pause, nullptr), 0);
+    EXPECT_EQ(nanosleep(&pause, nullptr) | static_cast<int>(sleep(1)), 0);
+    gettimeofday(&dayAfter, nullptr);
+    EXPECT_GE(dayAfter.tv_sec - day.tv_sec, 3);
     clock_gettime(CLOCK_MONOTONIC, &after);
     EXPECT_GE(static_cast<double>(after.tv_sec - before.tv_sec) +
                   static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9,
@@ -173,10 +190,13 @@ TEST(Board, ServesPrograms)
 {
     const SimBoard board;
     const auto start = std::chrono::steady_clock::now();
-    for (const Words &run : {Words{"OnBoard.*-OnBoard.Pause*", "1"}, Words{"OnBoard.Pause*", "20"}}) {
+    for (const Words &run :
+         {Words{"OnBoard.*-OnBoard.Pause*:OnBoard.Full*", "1", "clock:nth=99999"},
+          Words{"OnBoard.Pause*", "20", "clock:nth=99999"}, Words{"OnBoard.Full*", "1", "flash:full"}}) {
         const Outcome outcome =
             board.Run({std::filesystem::read_symlink("/proc/self/exe"), "--gtest_filter=" + run[0]},
-                      {"--speed", run[1], "--library", std::string(getenv("PROGRAMS")) + "/libcamsim.so"});
+                      {"--speed", run[1], "--fault", run[2], "--library",
+                       std::string(getenv("PROGRAMS")) + "/libcamsim.so"});
         EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4))
@@ -238,6 +258,77 @@ TEST(Faults, AreCountedExactlyAndRepeatThemselves)
         EXPECT_EQ(outcome.out == last, last != "" && *seed == '7') << seed;
         last = outcome.out;
     }
+}
+
+// What a rule does to a program: what the trace tells of it, and how often the rule hit.
+TEST(Faults, EachRuleDoesWhatItSays)
+{
+    const Words read = {"camStat", "-r"}, led = {"camStat", "-l", "on"},
+                set = {"camStat", "-e", "30", "1", "1"}, apply = {"camConf", "apply"},
+                put = {"camConf", "set", "/sysconf/conf.img", "IMG_FLIP", "1"};
+    const struct {
+        const char *rule;
+        const Words &program;
+        const char *seen; ///< an extended regular expression that some line of the trace matches
+        int hits;
+    } rows[] = {
+        // clang-format off
+        {"open:/dev/dev_i2c", read, "\"open\",\"path\":\"/dev/dev_i2c\".*ENOENT", 1},
+        {"open:/dev/csl3,errno=EBUSY", read, "/dev/csl3\".*EBUSY", 1},
+        {"close:/dev/gio", led, "\"close\",\"path\":\"/dev/gio\".*EIO", 1},
+        {"mmap", read, "\"mmap\".*ENOMEM", 1},
+        {"munmap", read, "\"munmap\".*EINVAL", 1},
+        {"fcntl:nth=2", read, "set descriptor flags.*EBADF", 1},
+        {"slave", read, "i2c.select.*ENXIO", 1},
+        {"i2c:nth=2", read, "i2c.read.*\"first\":14.*ENXIO", 1},
+        {"i2c.read:reg=0x3B,times=1", read, "\"first\":59.*EIO", 1},
+        {"i2c.write:errno=5", set, "i2c.write.*EIO", 3},
+        {"i2c.read:nth=3,delay=80ms", read, "\"took\":0.0[89].*i2c.read.*\"fault\":1", 1},
+        {"gio.set:pin=0", led, "set level.*\"pin\":0.*EIO", 1},
+        {"gio:pin=35", led, "\"pin\":0,.*\"result\":0", 0},
+        {"ioctl:after=3,times=2", read, "EIO.*\"fault\":1", 1},
+        {"cmem.version=0x01000000", read, "\"words\":\\[16777216\\]", 1},
+        {"cmem.version:refused", read, "get version.*EIO", 1},
+        {"reflect:stuck,times=4", set, "\"address\":34,\"value\":1", 4},
+        {"reflect:busy=1ms", set, "i2c.write.*\"result\":0", 4},
+        {"clock:times=3", set, "\"clock\".*EINVAL", 3},
+        {"clock:back=1s,times=2", set, "\"clock\".*\"fault\":1", 2},
+        {"sleep:times=3", read, "\"sleep\".*EINTR", 3},
+        {"sleep:errno=EINVAL,times=1", read, "\"sleep\".*EINVAL", 1},
+        {"fopen:/sysconf", put, "\"fopen\".*EACCES", 1},
+        {"fclose", put, "\"fclose\".*EIO", -1},
+        {"fsync", put, "\"fsync\".*EIO", -1},
+        {"rename", put, "\"rename\".*EIO", 1},
+        {"flash:missing,/sysconf", put, "\"path\":\"/sysconf.*ENOENT", -1},
+        {"flash:readonly,/sysconf", put, "EROFS", -1},
+        {"flash:full,/sysconf", put, "\"fault\":1", -1},
+        {"flash:/sysconf", apply, "EIO", -1},
+        // clang-format on
+    };
+    const SimBoard board;
+    std::ofstream(board.Path("sysconf/conf.img")) << "IMG_FLIP=0\n";
+    for (const auto &row : rows) {
+        const std::string file = board.Path("trace.json");
+        board.Sim({"fault", row.rule});
+        const Outcome outcome = board.Run(row.program, {"--trace-json=" + file});
+        const std::string list = board.Sim({"fault", "list"}).out, json = ReadFile(file);
+        EXPECT_TRUE(Matches(json, row.seen)) << row.rule << "\n" << json << outcome.err;
+        int hits = -1;
+        EXPECT_EQ(sscanf(list.c_str(), "%*[^\n] 1 board %*d %d", &hits), 1) << list;
+        EXPECT_TRUE(row.hits < 0 ? hits > 0 : hits == row.hits) << list;
+        board.Sim({"fault", "clear"});
+    }
+}
+
+// The pause that is always interrupted comes to an end, and so does the program, after no more work than it is worth.
+TEST(Faults, InterruptedPausesDoNotSpin)
+{
+    const SimBoard board;
+    const std::string file = board.Path("trace.json");
+    EXPECT_EQ(board.Run({"camStat", "-l", "on"}, {"--trace-json=" + file, "--fault", "sleep"}).status, 0);
+    const std::string json = ReadFile(file);
+    EXPECT_TRUE(Matches(json, "\"sleep\".*EINTR"));
+    EXPECT_LT(Count(json, "\"sleep\""), 30 * Count(json, "\"i2c.read\"")) << json;
 }
 
 TEST(Commands, TellWhatToTypeInstead)
