@@ -139,6 +139,57 @@ TEST_F(OnBoard, MemoryDriverHandsOutSharedLowMemory)
     EXPECT_EQ(map(csl2, 0x10000, 0x01C70000), nullptr);
 }
 
+TEST_F(OnBoard, DriversAnswerEachRequest)
+{
+    const struct {
+        const char *node;
+        uint32_t request, in[3];
+        int error;
+        uint32_t out[2];
+    } rows[] = {
+        {"cmem", 2, {5000, 0, 0}, 0, {0x85800000, 0}},
+        {"cmem", 2, {5000, 0x100000, 0}, 0, {0x85900000, 0x100000}},
+        {"cmem", 0x202, {1, 0, 1}, 0, {0x86400000, 0}},
+        {"cmem", 2, {0, 0, 0}, EINVAL, {}},
+        {"cmem", 2, {1, 0x1800, 0}, EINVAL, {}},
+        {"cmem", 2, {1, 0, 2}, EINVAL, {}},
+        {"cmem", 2, {0x00800001, 0, 0}, ENOMEM, {}},
+        {"cmem", 10, {0x85800000}, 0, {8192, 0}},
+        {"cmem", 0x1003, {0x85800000}, 0, {0x85800000, 8192}},
+        {"cmem", 0x1003, {0x85800000}, 0, {0x85800000, 8192}}, // its second user
+        {"cmem", 0x1003, {0x85800000}, EINVAL, {}},
+        {"cmem", 9, {0}, 0, {0x85000000, 0x86000000}},
+        {"cmem", 9, {1}, 0, {0x86000000, 0x86800000}},
+        {"cmem", 9, {2}, EINVAL, {}},
+        {"cmem", 1, {2, 0}, 0, {0x85400000, 0x400000}}, // the only one of its pool
+        {"cmem", 1, {2, 0}, ENOMEM, {}},
+        {"cmem", 1, {3, 0}, EINVAL, {}},
+        {"cmem", 6, {0x400001, 0}, EINVAL, {}},
+        {"cmem", 4, {16}, EINVAL, {}},
+        {"cmem", 0x207, {16, 16}, EFAULT, {}},
+        {"cmem", 11, {}, ENOTTY, {}},
+        {"csl1", 0xCC14, {7}, 0, {7, 0}},
+        {"csl9", 0xCC12, {}, ENOTTY, {}},
+        {"gio", 0xC008670B, {35, 1}, 0, {35, 1}},
+        {"gio", 0xC008670B, {35, 2}, EINVAL, {}},
+        {"gio", 0xC0086708, {128, 0}, EINVAL, {}},
+    };
+    const int memory = open("/dev/cmem", O_RDWR);
+    for (const auto &row : rows) {
+        const bool isMemory = row.node == std::string("cmem"); // kept open: closing gives its buffers back
+        const int fd = isMemory ? memory : open((std::string("/dev/") + row.node).c_str(), O_RDWR);
+        uint32_t words[3];
+        memcpy(words, row.in, sizeof(words));
+        EXPECT_EQ(ioctl(fd, row.request, words) == 0 ? 0 : errno, row.error) << row.node << row.request;
+        EXPECT_TRUE(row.error != 0 || memcmp(words, row.out, sizeof(row.out)) == 0)
+            << row.node << row.request << ' ' << std::hex << words[0] << ' ' << words[1];
+        EXPECT_TRUE(isMemory || close(fd) == 0);
+    }
+    for (const auto &[node, request] :
+         {std::pair{"/dev/cmem", 8UL}, {"/dev/gio", 0xC0086708UL}, {"/dev/dev_i2c", kRead}})
+        EXPECT_TRUE(ioctl(open(node, O_RDWR), request, nullptr) == -1 && errno == EFAULT) << node;
+}
+
 TEST_F(OnBoard, PathsAndCommandsLeadIntoTheFolder)
 {
     struct stat status = {};
@@ -376,6 +427,18 @@ TEST(Trace, TellsTheStory)
           "write 0x35-0x36  MeExpTim 545 -> 1091 (33326.94 us, 1/30 s)", "MnlAgn 0 -> 64 (gain 2.000)"})
         EXPECT_EQ(Count(human, line), 1) << human;
     EXPECT_EQ(Count(human, "the camera takes over 0x30-0x3B: ready after"), 3) << human;
+
+    const std::pair<Words, const char *> stories[] = {
+        {{"camStat", "-l", "on"}, "set level, pin 0 (IR LEDs): off -> on"},
+        {{"camStat", "-i", "IR_PASS"}, "set level, pin 35 (IR-cut filter): IR_CUT (day) -> IR_PASS (night)"},
+        {{"camStat", "-s"}, "pin 91 (sensor reset line): running -> held in reset"},
+        {{"drvI2cTest", "-r", "40", "30", "2"},
+         "read  2 registers of slave 0x40 from 0x30  failed: EREMOTEIO"},
+        {{"camConf", "set", "/sysconf/a", "K", "1"}, "file    fopen /sysconf/a"},
+    };
+    for (const auto &[program, part] : stories)
+        EXPECT_NE(board.Run(program, {"--trace"}).err.find(part), std::string::npos)
+            << board.Run(program, {"--trace"}).err;
 
     const std::string file = board.Path("trace.json");
     board.Run({"camStat", "-l", "on"}, {"--trace-json=" + file, "--fault", "i2c.read:reg=0x3B"});
