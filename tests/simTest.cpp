@@ -16,6 +16,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace
@@ -197,6 +198,16 @@ TEST_F(OnBoard, PathsAndCommandsLeadIntoTheFolder)
     EXPECT_EQ(rename("/mnt/nand/a", "/sysconf/b") | stat("/sysconf/b", &status), 0);
     EXPECT_EQ(status.st_size, 3);
     EXPECT_EQ(ReadFile("/proc/driver/rtc").substr(0, 8), "rtc_time");
+    FILE *stream = fopen("/mnt/nand/c", "w");
+    EXPECT_TRUE(fputs("abc", stream) >= 0 && fprintf(stream, "%d", 4) == 1 && fclose(stream) == 0);
+    char bytes[8];
+    const int fd = openat(AT_FDCWD, "/mnt/nand/c", O_RDONLY);
+    EXPECT_EQ(read(fd, bytes, sizeof(bytes)), 4);
+    EXPECT_EQ(fsync(fd) | close(fd) | unlink("/mnt/nand/c"), 0);
+    EXPECT_TRUE(access("/mnt/nand/c", F_OK) == -1 && errno == ENOENT);
+    syslog(LOG_INFO, "a line of %d", 7);
+    EXPECT_EQ(Count(ReadFile(std::string(getenv("CAMSIM_BOARD")) + "/system.log"), "a line of 7\n"), 1);
+    EXPECT_EQ(system(nullptr), 1);
     EXPECT_EQ(system("dmesg | grep i2c_davinci > /mnt/nand/log"), 0);
     EXPECT_EQ(Count(ReadFile("/mnt/nand/log"), "\n"), Count(ReadFile("/mnt/nand/log"), "i2c_davinci i2c"));
     EXPECT_EQ(system("dmesg -c > /dev/null"), 0);
@@ -347,6 +358,9 @@ TEST(Faults, EachRuleDoesWhatItSays)
         {"sleep:times=3", read, "\"sleep\".*EINTR", 3},
         {"sleep:errno=EINVAL,times=1", read, "\"sleep\".*EINVAL", 1},
         {"fopen:/sysconf", put, "\"fopen\".*EACCES", 1},
+        {"fwrite", put, "\"fwrite\".*EIO", -1},
+        {"fflush", put, "\"fflush\".*EIO", -1},
+        {"getc", put, "\"getc\".*EIO", -1},
         {"fclose", put, "\"fclose\".*EIO", -1},
         {"fsync", put, "\"fsync\".*EIO", -1},
         {"rename", put, "\"rename\".*EIO", 1},
