@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -99,6 +100,22 @@ TEST_F(CamConf, UsageAndHelp)
         EXPECT_NE(Run({"--help"}).out.find("camConf " + help.out.substr(15, help.out.find('\n') - 15)),
                   std::string::npos);
     }
+}
+
+TEST_F(CamConf, SetFollowsLinksAndReplacesTheFileBesideWhichTheCopyLies)
+{
+    const std::string real = board.Path("/mnt/nand/real.img"), link = board.Path(system_);
+    Write(real, "IMG_FLIP=0\n");
+    EXPECT_EQ(unlink(link.c_str()) | symlink("second", link.c_str()), 0);
+    EXPECT_EQ(symlink("../mnt/nand/real.img", board.Path("/sysconf/second").c_str()), 0);
+    Expect({"set", link, "IMG_FLIP", "1"}, 0, "", "");
+    EXPECT_EQ(ReadFile(real), "IMG_FLIP=1\n");
+    EXPECT_EQ(board.Run({"camConf", "set", system_, "IMG_FLIP", "2"}, {"--fault", "rename"}).status, 2);
+    EXPECT_EQ(ReadFile(real + ".tmp"), "IMG_FLIP=2\n");
+    EXPECT_EQ(board.Run({"camConf", "set", system_, "IMG_FLIP", "2"}).status, 0);
+    EXPECT_EQ(ReadFile(link), "IMG_FLIP=2\n");
+    EXPECT_EQ(unlink(real.c_str()), 0);
+    Expect({"set", link, "IMG_FLIP", "1"}, 2, "", "No such file");
 }
 
 TEST_F(CamConf, ApplyDoesNotDependOnWhatTheCameraHad)

@@ -6,8 +6,11 @@
 #include "kelisp/sysconf.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 namespace
 {
@@ -230,8 +233,13 @@ int camConf::Set(const Words &words)
     fclose(file);
     if (review != kOk)
         return review;
+    // The store replaces what stands at its path: that has to be the file, not a link to it.
+    char target[PATH_MAX];
+    struct stat status;
     errno = 0;
-    if (sysconf_fset(path, words.operands[1], words.operands[2]) != 0)
+    const bool isLink = lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+    const char *replaced = isLink ? realpath(path, target) : path;
+    if (replaced == nullptr || sysconf_fset(replaced, words.operands[1], words.operands[2]) != 0)
         return Fail(path);
     return kOk;
 }

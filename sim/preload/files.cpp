@@ -7,6 +7,7 @@
 #include "sim/board/host.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -304,6 +305,34 @@ SIM_WRAP(int, rename, (const char *from, const char *to))
     const char *toOnPc = target.where == Place::Where::Pc ? to : target.path;
     return static_cast<int>(CallOnPath(
         Call::Rename, from, true, [toOnPc](const char *onPc) { return SIM_NEXT(rename)(onPc, toOnPc); }));
+}
+
+// Links that lead from the board into the board keep the board's name.
+template <class Real>
+char *ResolvePath(const char *path, char *resolved, Real real)
+{
+    Place place;
+    FindPlace(path, &place);
+    char folder[PATH_MAX];
+    char *found = real(place.kind == NodeKind::None ? path : place.path, resolved);
+    if (found == nullptr || place.kind == NodeKind::None || real(gBoard.folder, folder) == nullptr ||
+        !IsBelow(found, folder))
+        return found;
+    const char *inside = found + strlen(folder);
+    memmove(found, inside, strlen(inside) + 1);
+    return found;
+}
+
+SIM_WRAP(char *, realpath, (const char *path, char *resolved))
+{
+    return ResolvePath(path, resolved, SIM_NEXT(realpath));
+}
+
+SIM_WRAP(char *, __realpath_chk, (const char *path, char *resolved, size_t room))
+{
+    return ResolvePath(
+        path, resolved,
+        [room](const char *onPc, char *dest) { return SIM_NEXT(__realpath_chk)(onPc, dest, room); });
 }
 
 // ---- Command, system log
