@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 #
 # Sourced by ./run, ./test and tools: installs the Debian packages that are missing, by name, and builds a preset.
+# shellcheck shell=sh disable=SC2034
 
 # What building and running needs, what the tests need on top, and what the target's half of the tests needs.
 build_packages="g++ cmake ninja-build libgtest-dev libgmock-dev"

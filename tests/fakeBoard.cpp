@@ -279,13 +279,13 @@ std::string Locate(const std::string &text)
     size_t from = 0;
     for (size_t at; (at = text.find(mark, from)) != std::string::npos;) {
         char module[100], function[100];
-        size_t length = 0;
+        int length = 0;
         const char *place = text.c_str() + at + mark.size();
-        sscanf(place, "%99[^|]|%99[^|]|%*u):%zn", module, function, &length);
+        sscanf(place, "%99[^|]|%99[^|]|%*u):%n", module, function, &length);
         if (length == 0)
             break;
         located += text.substr(from, at - from) + "@" + module + "|" + function + ": ";
-        from = at + mark.size() + length + 1; // with the blank
+        from = at + mark.size() + static_cast<size_t>(length) + 1; // with the blank
     }
     return located + text.substr(from);
 }

@@ -2,14 +2,13 @@
 # SPDX-License-Identifier: MIT
 #
 # Builds the packages of a build folder and treats them as a user would: lint, install into an empty root, use, remove.
-#   packageTest.sh SOURCE_FOLDER BUILD_FOLDER ARCHITECTURE C_COMPILER [EMULATOR...]
+#   packageTest.sh BUILD_FOLDER ARCHITECTURE C_COMPILER [EMULATOR...]
 # With CAMSIM set, the packaged camStat runs on that simulated board.
 set -eu
-source=$1
-build=$2
-architecture=$3
-compiler=$4
-shift 4
+build=$1
+architecture=$2
+compiler=$3
+shift 3
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -139,7 +139,7 @@ bool Started::AwaitOut(const std::string &text, int times) const
             seen += Count(unseen, text);
             unseen.erase(0, unseen.size() - std::min(unseen.size(), text.size() - 1));
             lastProgress = Clock::now();
-        } else if (ended.si_pid != 0 || Clock::now() - lastProgress > 30s) {
+        } else if (ended.si_pid != 0 || Clock::now() - lastProgress > std::chrono::seconds(30)) {
             return seen >= times;
         } else {
             std::this_thread::sleep_for(1ms);

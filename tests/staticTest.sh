@@ -26,9 +26,8 @@ same() {
     name=$1
     shift
     for side in static host; do
-        emulator=""
-        [ $side = host ] || emulator=qemu-arm
-        eval "folder=\$$side"
+        folder=$static emulator=qemu-arm
+        [ $side = static ] || folder=$host emulator=""
         (
             set +e
             PATH=$folder:$PATH
