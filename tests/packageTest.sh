@@ -45,6 +45,20 @@ folder=usr/lib/$("$compiler" -print-multiarch)
 for file in $libraries; do
     case $file in "$folder"/*) ;; *) echo "not in the multiarch folder: $file" && exit 1 ;; esac
 done
+# All is hardened: each has these in its headers, dynamic section and symbols. Fixed addresses on ARM: see docs/packaging.md.
+for file in "$root"/usr/bin/[cd]* $(cd "$root" && find "$PWD/$folder" -type f -name 'lib*.so*'); do
+    found=$(readelf -hldW --dyn-syms "$file")
+    wanted="GNU_RELRO BIND_NOW __stack_chk_fail GNU_STACK.*RW[[:blank:]]"
+    case $architecture in armel) ;; *) wanted="$wanted DYN" ;; esac
+    for sign in $wanted; do
+        echo "$found" | grep -q "$sign" || {
+            echo "not hardened: $file has no $sign"
+            exit 1
+        }
+    done
+done
+readelf -W --dyn-syms "$root/usr/bin/camStat" | grep -q '__[a-z]*_chk@'
+readelf -W --dyn-syms "$root/usr/bin/camSim" | grep -q '__[a-z]*_chk@'
 # Manual pages cite nothing but what is installed.
 find "$root/usr/share/man" -name '*.gz' -exec zcat {} + >"$work/pages"
 sed -n 's/^\.Xr \([^ ]*\) \([1-8]\).*/share\/man\/man\2\/\1.\2.gz/p; s/^\.Pa \/usr\/\(.*[^ .,]\)[ .,]*$/\1/p; s/^\.Pa \(docs\/[^ ]*\).*/\1/p' \
