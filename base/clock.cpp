@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Millisecond count, local-time stamps and hex dump. The check of the real-time clock is in rtc.cpp, so that
+// Millisecond count and local-time stamps. The check of the real-time clock is in rtc.cpp, so that
 // a program without it does not carry syslog.
 #include "kelisp/clock.h"
 
@@ -49,15 +49,4 @@ int GetTimeStamp(char *buf)
 int GetDateTime(char *buf)
 {
     return FormatNow(buf, "%04d/%02d/%02d %02d:%02d:%02d");
-}
-
-void HexDump(const uint8_t *bytes, int count)
-{
-    printf("(%d): ", count);
-    for (int i = 0; i < count; ++i) {
-        if (i % 16 == 0)
-            putchar('\n');
-        printf("%02X ", bytes[i]);
-    }
-    putchar('\n');
 }

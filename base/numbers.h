@@ -13,7 +13,7 @@ namespace kel
 
 /// Base 10 as strtol reads it: leading white space and a sign are fine, what follows the digits is ignored,
 /// no digits give 0. A number beyond 32 bits is held at the nearest limit, as it is where `long` has 32 bits.
-inline int32_t ParseDecimal(const char *text)
+inline int32_t ParseInt32(const char *text)
 {
     const long value = strtol(text, nullptr, 10);
     if (value > INT32_MAX)

@@ -7,22 +7,33 @@
 
 #include <stdio.h>
 
+/// A function and its name, for what calls the one and reports the other.
+#define KEL_NAMED(function) function, #function
+
 namespace kel
 {
 
+/// Where a report comes from; by default the caller's function and line.
+struct Where {
+    const char *function;
+    int line;
+
+    constexpr Where(const char *caller = __builtin_FUNCTION(), int at = __builtin_LINE())
+        : function(caller), line(at)
+    {
+    }
+};
+
 /// Prints " ERROR  (module|function|line): " and `message` as it stands (it carries its own line end).
-[[gnu::cold]] inline void ReportError(const char *module, const char *message,
-                                      const char *function = __builtin_FUNCTION(),
-                                      int line = __builtin_LINE())
+[[gnu::cold]] inline void ReportError(const char *module, const char *message, Where where = {})
 {
-    fprintf(stderr, " ERROR  (%s|%s|%d): %s", module, function, line, message);
+    fprintf(stderr, " ERROR  (%s|%s|%d): %s", module, where.function, where.line, message);
 }
 
 /// Reports that `step` failed, as "[kel_isp] <step> failed.\n" behind the location, and hands `status` on.
-[[gnu::cold]] inline int ReportStep(const char *module, const char *step, int status,
-                                    const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+[[gnu::cold]] inline int ReportStep(const char *module, const char *step, int status, Where where = {})
 {
-    fprintf(stderr, " ERROR  (%s|%s|%d): [kel_isp] %s failed.\n", module, function, line, step);
+    fprintf(stderr, " ERROR  (%s|%s|%d): [kel_isp] %s failed.\n", module, where.function, where.line, step);
     return status;
 }
 

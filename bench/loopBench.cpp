@@ -5,6 +5,7 @@
 // camSim loopBench [ROUNDS] The exit status is 1 when the test's loop falls below 98 % of the bare loop.
 #include "app/camStat/i2cTest.h"
 #include "app/camStat/options.h"
+#include "app/shared/process.h"
 #include "app/shared/startup.h"
 #include "kelisp/drvI2c.h"
 

@@ -82,7 +82,7 @@ namespace
 
 bool IsOne(const char *value)
 {
-    return value != nullptr && kel::ParseDecimal(value) == 1;
+    return value != nullptr && kel::ParseInt32(value) == 1;
 }
 
 void ParseWindow(ImgCfgStatus *record, const char *value)
@@ -119,7 +119,7 @@ void Perform(ImgCfgStatus *record, const ConfKey &key, const char *value, Loadin
     case KeyAction::Number:
     case KeyAction::EitherNumber:
         if (value != nullptr)
-            SetNumber(record, key.field, kel::ParseDecimal(value), loading);
+            SetNumber(record, key.field, kel::ParseInt32(value), loading);
         break;
     case KeyAction::NotStored:
     case KeyAction::NoKey:

@@ -44,7 +44,7 @@ void Check(int status, const char *step, int line = __builtin_LINE())
 {
     Count(status);
     if (status < 0)
-        kel::ReportStep(kModule, step, status, "ImageSet", line);
+        kel::ReportStep(kModule, step, status, {"ImageSet", line});
 }
 
 void DebugLine(const char *text)

@@ -56,7 +56,7 @@ void DrvI2cUsage(const char *program)
 
 uint8_t DecimalLow8(const char *text)
 {
-    return static_cast<uint8_t>(kel::ParseDecimal(text));
+    return static_cast<uint8_t>(kel::ParseInt32(text));
 }
 
 bool IsAction(const char *word)

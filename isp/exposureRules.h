@@ -16,6 +16,12 @@ inline double LinesToUs(double lines)
     return lines * gtSensorInfo.lineTimeUs - gtSensorInfo.offsetTimeUs;
 }
 
+/// Time of a register's line count.
+inline double LineCodeToUs(uint16_t lines)
+{
+    return LinesToUs(lines);
+}
+
 /// Time of a live long exposure of `frames` + 1 frames, in microseconds: all their lines but the last.
 inline double FramesToUs(uint8_t frames)
 {

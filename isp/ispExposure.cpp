@@ -10,6 +10,8 @@
 
 using kel::Clamp;
 using kel::FailSensorStep;
+using kel::ReadValue;
+using kel::SetCode;
 
 namespace
 {
@@ -24,7 +26,6 @@ constexpr int kMaxGainIndex = 7;
 constexpr uint32_t kMaxLongExpFrames = 127; // 7 bits
 constexpr uint32_t kMaxLines = 65535;       // 16 bits
 
-using Getter = int (*)(uint8_t *);
 using CodeSetter = int (*)(const uint8_t *);
 using GainSetter = int (*)(double);
 
@@ -38,34 +39,13 @@ double DgainOf(uint8_t code)
     return CXD3193AR_RegValue2Dgain(code);
 }
 
-/// Reads a gain register; `step` names the accessor in the report of `function`.
-double GetGain(Getter get, double (*convert)(uint8_t), const char *step,
-               const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
-{
-    uint8_t code = 0;
-    const int status = get(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : convert(code);
-}
-
 /// Writes an analog gain to its register.
-int PutAgain(double gain, CodeSetter set, const char *step, const char *function = __builtin_FUNCTION(),
-             int line = __builtin_LINE())
+int SetAgain(double gain, int (*set)(const uint8_t *), const char *step, kel::Where where = {})
 {
-    const int found = CXD3193AR_AgainTable_Again2RegValue(gain);
-    if (found < 0)
-        return FailSensorStep("CXD3193AR_AgainTable_Again2RegValue", found, function, line);
-    const auto code = static_cast<uint8_t>(found);
-    const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
-}
-
-/// Writes a digital gain to its register.
-int PutDgain(double gain, CodeSetter set, const char *step, const char *function = __builtin_FUNCTION(),
-             int line = __builtin_LINE())
-{
-    const uint8_t code = CXD3193AR_Dgain2RegValue(gain);
-    const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
+    const int code = CXD3193AR_AgainTable_Again2RegValue(gain);
+    if (code < 0)
+        return FailSensorStep("CXD3193AR_AgainTable_Again2RegValue", code, where);
+    return SetCode(set, step, static_cast<uint8_t>(code), where);
 }
 
 /// One half of a total gain: which setter takes it, and its name in a report.
@@ -75,15 +55,14 @@ struct GainStep {
 };
 
 /// Splits a total gain: the analog gain as far as it goes, the digital gain for the rest.
-int SplitGain(double total, GainStep analog, GainStep digital, const char *function = __builtin_FUNCTION(),
-              int line = __builtin_LINE())
+int SplitGain(double total, GainStep analog, GainStep digital, kel::Where where = {})
 {
     const bool analogAlone = total <= kMaxAgain;
     int status = analog.set(analogAlone ? total : kMaxAgain);
     if (status < 0)
-        return FailSensorStep(analog.name, status, function, line);
+        return FailSensorStep(analog.name, status, where);
     status = digital.set(analogAlone ? kMinGain : total / kMaxAgain);
-    return status < 0 ? FailSensorStep(digital.name, status, function, line) : 0;
+    return status < 0 ? FailSensorStep(digital.name, status, where) : 0;
 }
 
 double TotalGainOfIndex(int index)
@@ -126,69 +105,66 @@ Exposure ShortExposure(double timeUs)
 
 double GetMeExpTime(void)
 {
-    uint16_t lines = 0;
-    const int status = CXD3193AR_Get_MeExpTim(&lines);
-    return status < 0 ? FailSensorStep("CXD3193AR_Get_MeExpTim", status) : kel::LinesToUs(lines);
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_MeExpTim), kel::LineCodeToUs);
 }
 
 double GetMnlAgn(void)
 {
-    return GetGain(CXD3193AR_Get_MnlAgn, AgainOf, "CXD3193AR_Get_MnlAgn");
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_MnlAgn), AgainOf);
 }
 
 double GetMnlDgn(void)
 {
-    return GetGain(CXD3193AR_Get_MnlDgn, DgainOf, "CXD3193AR_Get_MnlDgn");
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_MnlDgn), DgainOf);
 }
 
 double GetMinAgn(void)
 {
-    return GetGain(CXD3193AR_Get_AeMinAgc, AgainOf, "CXD3193AR_Get_AeMinAgc");
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_AeMinAgc), AgainOf);
 }
 
 double GetMaxAgn(void)
 {
-    return GetGain(CXD3193AR_Get_AeMaxAgc, AgainOf, "CXD3193AR_Get_AeMaxAgc");
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_AeMaxAgc), AgainOf);
 }
 
 double GetMaxDgn(void)
 {
-    return GetGain(CXD3193AR_Get_AeMaxDgn, DgainOf, "CXD3193AR_Get_AeMaxDgn");
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_AeMaxDgn), DgainOf);
 }
 
 int SetMeExpTime(double timeUs)
 {
     const Exposure exposure = timeUs > KEL_LONG_EXPOSURE_US ? LongExposure(timeUs) : ShortExposure(timeUs);
-    int status = CXD3193AR_Set_LongExp(&exposure.frames);
-    if (status < 0)
-        return FailSensorStep("CXD3193AR_Set_LongExp", status);
-    status = CXD3193AR_Set_MeExpTim(&exposure.lines);
-    return status < 0 ? FailSensorStep("CXD3193AR_Set_MeExpTim", status) : 0;
+    const int status = SetCode(KEL_NAMED(CXD3193AR_Set_LongExp), exposure.frames);
+    return status < 0 ? status : SetCode(KEL_NAMED(CXD3193AR_Set_MeExpTim), exposure.lines);
 }
 
 int SetMnlAgn(double gain)
 {
-    return PutAgain(Clamp(gain, kMinGain, kMaxAgain), CXD3193AR_Set_MnlAgn, "CXD3193AR_Set_MnlAgn");
+    return SetAgain(Clamp(gain, kMinGain, kMaxAgain), KEL_NAMED(CXD3193AR_Set_MnlAgn));
 }
 
 int SetMnlDgn(double gain)
 {
-    return PutDgain(Clamp(gain, kMinGain, kMaxDgain), CXD3193AR_Set_MnlDgn, "CXD3193AR_Set_MnlDgn");
+    return SetCode(KEL_NAMED(CXD3193AR_Set_MnlDgn),
+                   CXD3193AR_Dgain2RegValue(Clamp(gain, kMinGain, kMaxDgain)));
 }
 
 int SetMaxAgn(double gain)
 {
-    return PutAgain(Clamp(gain, kMinGain, kMaxAgain), CXD3193AR_Set_AeMaxAgc, "CXD3193AR_Set_AeMaxAgc");
+    return SetAgain(Clamp(gain, kMinGain, kMaxAgain), KEL_NAMED(CXD3193AR_Set_AeMaxAgc));
 }
 
 int SetMaxDgn(double gain)
 {
-    return PutDgain(Clamp(gain, kMinGain, kMaxDgain), CXD3193AR_Set_AeMaxDgn, "CXD3193AR_Set_AeMaxDgn");
+    return SetCode(KEL_NAMED(CXD3193AR_Set_AeMaxDgn),
+                   CXD3193AR_Dgain2RegValue(Clamp(gain, kMinGain, kMaxDgain)));
 }
 
 int SetMinAgn(double gain)
 {
-    return PutAgain(gain, CXD3193AR_Set_AeMinAgc, "CXD3193AR_Set_AeMinAgc");
+    return SetAgain(gain, KEL_NAMED(CXD3193AR_Set_AeMinAgc));
 }
 
 int SetMinAgain(double gain)
@@ -199,8 +175,8 @@ int SetMinAgain(double gain)
 
 int SetMaxGain(double totalGain)
 {
-    return SplitGain(Clamp(totalGain, kMinGain, kMaxTotalGain), {SetMaxAgn, "SetMaxAgn"},
-                     {SetMaxDgn, "SetMaxDgn"});
+    return SplitGain(Clamp(totalGain, kMinGain, kMaxTotalGain), {KEL_NAMED(SetMaxAgn)},
+                     {KEL_NAMED(SetMaxDgn)});
 }
 
 int SetManGain(double totalGain)
@@ -209,7 +185,7 @@ int SetManGain(double totalGain)
         kel::ReportError("ispSensor", "[kel_isp] Gain < Min ||  Gain > Max.\n");
         return KEL_SENSOR_REJECTED;
     }
-    return SplitGain(totalGain, {SetMnlAgn, "SetMnlAgn"}, {SetMnlDgn, "SetMnlDgn"});
+    return SplitGain(totalGain, {KEL_NAMED(SetMnlAgn)}, {KEL_NAMED(SetMnlDgn)});
 }
 
 int SetMaxGainIndex(int index)

@@ -11,6 +11,9 @@
 
 using kel::Clamp;
 using kel::FailSensorStep;
+using kel::ReadCode;
+using kel::ReadValue;
+using kel::SetCode;
 
 namespace
 {
@@ -61,65 +64,49 @@ uint8_t AperturePositiveGain(uint8_t apertureGain)
     return static_cast<uint8_t>(g < 44.0 ? g * 5.0 / 44.0 : (g - 44.0) * 10.0 / 19.0 + 5.0);
 }
 
-int SetWbGain(double gain, int (*set)(const uint8_t *), const char *step,
-              const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+int SetWbGain(double gain, int (*set)(const uint8_t *), const char *step, kel::Where where = {})
 {
-    const int found = CXD3193AR_WbTable_Gain2RegValue(gain);
-    if (found < 0)
-        return FailSensorStep("CXD3193AR_WbTable_Gain2RegValue", found, function, line);
-    const auto code = static_cast<uint8_t>(found);
-    const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
+    const int code = CXD3193AR_WbTable_Gain2RegValue(gain);
+    if (code < 0)
+        return FailSensorStep("CXD3193AR_WbTable_Gain2RegValue", code, where);
+    return SetCode(set, step, static_cast<uint8_t>(code), where);
 }
 
-double GetWbGain(int (*get)(uint8_t *), const char *step, const char *function = __builtin_FUNCTION(),
-                 int line = __builtin_LINE())
-{
-    uint8_t code = 0;
-    const int status = get(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : CXD3193AR_WbTable_RegValue2Gain(code);
-}
-
-int SetSwitchLevel(int level, int (*set)(const uint8_t *), const char *step,
-                   const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+int SetSwitchLevel(int level, int (*set)(const uint8_t *), const char *step, kel::Where where = {})
 {
     if (level < 0 || level > kMaxLevel)
         return KEL_SENSOR_REJECTED;
-    const auto code = static_cast<uint8_t>(level);
-    const int status = set(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : 0;
+    return SetCode(set, step, static_cast<uint8_t>(level), where);
 }
 
 } // namespace
 
 int SetMnlWbrGain(double gain)
 {
-    return SetWbGain(gain, CXD3193AR_Set_MwbR, "CXD3193AR_Set_MwbR");
+    return SetWbGain(gain, KEL_NAMED(CXD3193AR_Set_MwbR));
 }
 
 int SetMnlWbbGain(double gain)
 {
-    return SetWbGain(gain, CXD3193AR_Set_MwbB, "CXD3193AR_Set_MwbB");
+    return SetWbGain(gain, KEL_NAMED(CXD3193AR_Set_MwbB));
 }
 
 double GetMnlWbrGain(void)
 {
-    return GetWbGain(CXD3193AR_Get_MwbR, "CXD3193AR_Get_MwbR");
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_MwbR), CXD3193AR_WbTable_RegValue2Gain);
 }
 
 double GetMnlWbbGain(void)
 {
-    return GetWbGain(CXD3193AR_Get_MwbB, "CXD3193AR_Get_MwbB");
+    return ReadValue(KEL_NAMED(CXD3193AR_Get_MwbB), CXD3193AR_WbTable_RegValue2Gain);
 }
 
 int SetBrightness(int level)
 {
-    int status = SetYGamma(level);
+    const int status = SetYGamma(level);
     if (status < 0)
         return FailSensorStep("SetYGamma", status);
-    const uint8_t offset = RampLevel(level, kBrightFrom, kMaxYofst);
-    status = CXD3193AR_Set_Yofst(&offset);
-    return status < 0 ? FailSensorStep("CXD3193AR_Set_Yofst", status) : 0;
+    return SetCode(KEL_NAMED(CXD3193AR_Set_Yofst), RampLevel(level, kBrightFrom, kMaxYofst));
 }
 
 int SetYGamma(int level)
@@ -140,30 +127,21 @@ int SetYGamma(int level)
 
 int SetContrast(int level)
 {
-    const uint8_t gain = RampLevel(level, 96, 64);
-    const int status = CXD3193AR_Set_Ygain(&gain);
-    return status < 0 ? FailSensorStep("CXD3193AR_Set_Ygain", status) : 0;
+    return SetCode(KEL_NAMED(CXD3193AR_Set_Ygain), RampLevel(level, 96, 64));
 }
 
 int SetSaturation(int level)
 {
     const uint8_t gain = RampLevel(level, 104, 48);
-    int status = CXD3193AR_Set_RYG(&gain);
-    if (status < 0)
-        return FailSensorStep("CXD3193AR_Set_RYG", status);
-    status = CXD3193AR_Set_BYG(&gain);
-    return status < 0 ? FailSensorStep("CXD3193AR_Set_BYG", status) : 0;
+    const int status = SetCode(KEL_NAMED(CXD3193AR_Set_RYG), gain);
+    return status < 0 ? status : SetCode(KEL_NAMED(CXD3193AR_Set_BYG), gain);
 }
 
 int SetSharpness(int level)
 {
     const uint8_t gain = RampLevel(level, 56, 63);
-    int status = CXD3193AR_Set_ApGan(&gain);
-    if (status < 0)
-        return FailSensorStep("CXD3193AR_Set_ApGan", status);
-    const uint8_t positiveGain = AperturePositiveGain(gain);
-    status = CXD3193AR_Set_ApPosGn(&positiveGain);
-    return status < 0 ? FailSensorStep("CXD3193AR_Set_ApPosGn", status) : 0;
+    const int status = SetCode(KEL_NAMED(CXD3193AR_Set_ApGan), gain);
+    return status < 0 ? status : SetCode(KEL_NAMED(CXD3193AR_Set_ApPosGn), AperturePositiveGain(gain));
 }
 
 int SetWdr(int index)
@@ -172,30 +150,24 @@ int SetWdr(int index)
         return FailSensorStep("Wdr Index", KEL_SENSOR_REJECTED);
     const auto power = static_cast<uint8_t>(index * kAccPowerPerIndex);
     const uint8_t automatic = power != 0;
-    int status = CXD3193AR_Set_AccAutoH(&automatic);
-    if (status < 0)
-        return FailSensorStep("CXD3193AR_Set_AccAutoH", status);
-    status = CXD3193AR_Set_AccPwr(&power);
-    return status < 0 ? FailSensorStep("CXD3193AR_Set_AccPwr", status) : 0;
+    const int status = SetCode(KEL_NAMED(CXD3193AR_Set_AccAutoH), automatic);
+    return status < 0 ? status : SetCode(KEL_NAMED(CXD3193AR_Set_AccPwr), power);
 }
 
 int SetBlc(double ev)
 {
-    const int found = CXD3193AR_Ev2RegValue(ev);
-    if (found < 0)
-        return FailSensorStep("CXD3193AR_Ev2RegValue", found);
-    const auto code = static_cast<uint8_t>(found);
-    const int status = CXD3193AR_Set_AeEvSet(&code);
-    return status < 0 ? FailSensorStep("CXD3193AR_Set_AeEvSet", status) : 0;
+    const int code = CXD3193AR_Ev2RegValue(ev);
+    if (code < 0)
+        return FailSensorStep("CXD3193AR_Ev2RegValue", code);
+    return SetCode(KEL_NAMED(CXD3193AR_Set_AeEvSet), static_cast<uint8_t>(code));
 }
 
 double GetBlc(void)
 {
-    uint8_t code = 0;
-    const int status = CXD3193AR_Get_AeEvSet(&code);
-    if (status < 0)
-        return FailSensorStep("CXD3193AR_Get_AeEvSet", status);
-    const double ev = CXD3193AR_RegValue2Ev(code);
+    const int code = ReadCode(KEL_NAMED(CXD3193AR_Get_AeEvSet));
+    if (code < 0)
+        return code;
+    const double ev = CXD3193AR_RegValue2Ev(static_cast<unsigned>(code));
     return ev == CXD3193AR_BAD_EV ? FailSensorStep("CXD3193AR_RegValue2Ev", CXD3193AR_BAD_EV) : ev;
 }
 
@@ -247,10 +219,10 @@ int SetMirror(int on)
 
 int SetNight2Day(int level)
 {
-    return SetSwitchLevel(level, CXD3193AR_Set_DyNtRecv, "CXD3193AR_Set_DyNtRecv");
+    return SetSwitchLevel(level, KEL_NAMED(CXD3193AR_Set_DyNtRecv));
 }
 
 int SetDay2Night(int level)
 {
-    return SetSwitchLevel(level, CXD3193AR_Set_DyNtSupr, "CXD3193AR_Set_DyNtSupr");
+    return SetSwitchLevel(level, KEL_NAMED(CXD3193AR_Set_DyNtSupr));
 }

@@ -7,7 +7,8 @@
 #include "isp/ispSensorStep.h"
 #include "kelisp/ispCXD3193AR.h"
 
-using kel::FailSensorStep;
+using kel::ReadCode;
+using kel::ReadValue;
 
 namespace
 {
@@ -25,74 +26,49 @@ double GainOf32nds(uint16_t code)
     return code * kLiveDgainUnit;
 }
 
-double TimeOfLines(uint16_t lines)
-{
-    return kel::LinesToUs(lines);
-}
-
-/// Reads one readout and converts it; `step` names the accessor in the report of `function`.
-template <typename Code>
-double ReadOut(int (*read)(Code *), double (*convert)(Code), const char *step,
-               const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
-{
-    Code code = 0;
-    const int status = read(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : convert(code);
-}
-
-/// Reads one readout that is passed on as a code.
-template <typename Code>
-int ReadOutCode(int (*read)(Code *), const char *step, const char *function = __builtin_FUNCTION(),
-                int line = __builtin_LINE())
-{
-    Code code = 0;
-    const int status = read(&code);
-    return status < 0 ? FailSensorStep(step, status, function, line) : code;
-}
-
 } // namespace
 
 double InfoExpTime(void)
 {
-    return ReadOut(CXD3193AR_Info_ExpTime, TimeOfLines, "CXD3193AR_Info_ExpTime");
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_ExpTime), kel::LineCodeToUs);
 }
 
 double InfoLongExpTime(void)
 {
-    return ReadOut(CXD3193AR_Info_LngExpFrm, kel::FramesToUs, "CXD3193AR_Info_LngExpFrm");
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_LngExpFrm), kel::FramesToUs);
 }
 
 double InfoAnlgGain(void)
 {
-    return ReadOut(CXD3193AR_Info_AnlGain, GainOfReciprocal, "CXD3193AR_Info_AnlGain");
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_AnlGain), GainOfReciprocal);
 }
 
 double InfoDgtlGain(void)
 {
-    return ReadOut(CXD3193AR_Info_DgtlGain, GainOf32nds, "CXD3193AR_Info_DgtlGain");
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_DgtlGain), GainOf32nds);
 }
 
 double InfoWbrGain(void)
 {
-    return ReadOut(CXD3193AR_Info_WbrGain, CXD3193AR_WbTable_RegValue2Gain, "CXD3193AR_Info_WbrGain");
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_WbrGain), CXD3193AR_WbTable_RegValue2Gain);
 }
 
 double InfoWbbGain(void)
 {
-    return ReadOut(CXD3193AR_Info_WbbGain, CXD3193AR_WbTable_RegValue2Gain, "CXD3193AR_Info_WbbGain");
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_WbbGain), CXD3193AR_WbTable_RegValue2Gain);
 }
 
 int InfoRawAvg(void)
 {
-    return ReadOutCode(CXD3193AR_Info_RawAvg, "CXD3193AR_Info_RawAvg");
+    return ReadCode(KEL_NAMED(CXD3193AR_Info_RawAvg));
 }
 
 int InfoDnStatus(void)
 {
-    return ReadOutCode(CXD3193AR_Info_DnStatus, "CXD3193AR_Info_DnStatus");
+    return ReadCode(KEL_NAMED(CXD3193AR_Info_DnStatus));
 }
 
 int InfoMirisStatus(void)
 {
-    return ReadOutCode(CXD3193AR_Info_MirisStatus, "CXD3193AR_Info_MirisStatus");
+    return ReadCode(KEL_NAMED(CXD3193AR_Info_MirisStatus));
 }

@@ -43,9 +43,9 @@ struct MirrorRead {
 };
 
 constexpr MirrorRead kMirrorReads[] = {
-    {CXD3193AR_Get_ExtPrstH, "CXD3193AR_Get_ExtPrstH"}, {CXD3193AR_Get_InfoOut, "CXD3193AR_Get_InfoOut"},
-    {CXD3193AR_Get_LongExp, "CXD3193AR_Get_LongExp"},   {CXD3193AR_Get_NrAutoH, "CXD3193AR_Get_NrAutoH"},
-    {CXD3193AR_Get_DyNgtOnH, "CXD3193AR_Get_DyNgtOnH"},
+    {KEL_NAMED(CXD3193AR_Get_ExtPrstH)}, {KEL_NAMED(CXD3193AR_Get_InfoOut)},
+    {KEL_NAMED(CXD3193AR_Get_LongExp)},  {KEL_NAMED(CXD3193AR_Get_NrAutoH)},
+    {KEL_NAMED(CXD3193AR_Get_DyNgtOnH)},
 };
 
 const Preset *FindPreset(uint8_t cisType)
@@ -94,10 +94,9 @@ int SensorInit(void)
 {
     // cppcheck-suppress memsetClassFloat ; all bits zero is 0.0 on every machine this runs on
     memset(&gtSensorInfo, 0, sizeof(gtSensorInfo));
-    uint8_t value = 0;
-    int status = CXD3193AR_Get_CisType(&value);
+    int status = kel::ReadCode(KEL_NAMED(CXD3193AR_Get_CisType));
     if (status < 0)
-        return kel::FailSensorStep("CXD3193AR_Get_CisType", status);
+        return status;
     const Preset *preset = FindPreset(gtSensorInfo.cisType);
     if (preset == nullptr) {
         kel::ReportError("ispSensor", "[kel_isp] Sensor is not IMX076.\n");
@@ -105,9 +104,9 @@ int SensorInit(void)
     }
     StorePreset(*preset);
     for (const MirrorRead &read : kMirrorReads) {
-        status = read.get(&value);
+        status = kel::ReadCode(read.get, read.name);
         if (status < 0)
-            return kel::FailSensorStep(read.name, status);
+            return status;
     }
     if (gfDebugFlag != 0)
         PrintSensorInfo();

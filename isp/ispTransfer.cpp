@@ -100,9 +100,9 @@ struct Attempted {
     bool write;
 };
 
-int Refuse(const char *message, const char *function, int line = __builtin_LINE())
+int Refuse(const char *message, kel::Where where = {})
 {
-    kel::ReportError(kModule, message, function, line);
+    kel::ReportError(kModule, message, where);
     return CXD3193AR_FAILED;
 }
 
@@ -209,7 +209,7 @@ int CXD3193AR_LogI2cErr(int attempt, int errCount, int64_t elapsedMs)
 int CXD3193AR_Read(uint8_t firstReg, uint8_t *dest, int count)
 {
     if (count < 1 || count > kMaxReadCount)
-        return Refuse("[kel_isp] Error: CXD3193AR_Read count.\n", __func__);
+        return Refuse("[kel_isp] Error: CXD3193AR_Read count.\n");
     FillScratch(firstReg, count);
     const int status = TransferScratch({DrvI2cReadBlk8, __func__, firstReg, count, false});
     if (status == 0)
@@ -220,10 +220,10 @@ int CXD3193AR_Read(uint8_t firstReg, uint8_t *dest, int count)
 int CXD3193AR_Write(uint8_t firstReg, const uint8_t *src, int count)
 {
     if (count < 1 || count > kMaxWriteCount)
-        return Refuse("[kel_isp] Error: CXD3193AR_Write count.\n", __func__);
+        return Refuse("[kel_isp] Error: CXD3193AR_Write count.\n");
     const auto lastReg = static_cast<uint8_t>(firstReg + count - 1);
     if (CXD3193AR_ReflectBit(firstReg) != CXD3193AR_ReflectBit(lastReg))
-        return Refuse("[kel_isp] Error: Reflect Bit1 != Bit2.\n", __func__);
+        return Refuse("[kel_isp] Error: Reflect Bit1 != Bit2.\n");
     const int status = AwaitReflect(__func__);
     if (status < 0)
         return status;

@@ -287,4 +287,23 @@ TEST(Robustness, AnyOneFailingCallLeavesNothingOpen)
     }
 }
 
+// Otherwise what is printed would go into the device that took the place.
+TEST(Robustness, AClosedStandardDescriptorIsTakenByNoDevice)
+{
+    for (const Words &program : {Words{"camStat", "-s"}, Words{"drvI2cTest", "-r E2 30 2"}}) {
+        for (const char *closing : {" <&-", " >&-", " 2>&-", " <&- >&- 2>&-"}) {
+            const SimBoard board;
+            const Words command = board.Command(program);
+            if (command.size() > 3 + program.size())
+                GTEST_SKIP() << "the shell is not the target's";
+            const std::string trace = board.Path("trace");
+            const std::string line = "exec " + command[3] + " " + program[1] + closing;
+            EXPECT_EQ(board.Run({"sh", "-c", line}, Fast({"--trace-json=" + trace})).status, 0) << line;
+            const std::string calls = ReadFile(trace);
+            EXPECT_TRUE(Matches(calls, "\"call\":\"open\"[^}]*\"result\":[3-9]")) << calls;
+            EXPECT_FALSE(Matches(calls, "\"call\":\"open\"[^}]*\"result\":[0-2][^0-9]")) << calls;
+        }
+    }
+}
+
 } // namespace

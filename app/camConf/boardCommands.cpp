@@ -4,6 +4,7 @@
 // business; here is what the applier is told to have been applied before.
 #include "app/camConf/camConf.h"
 
+#include "app/shared/process.h"
 #include "app/shared/startup.h"
 #include "config/confParser.h"
 #include "config/confText.h"

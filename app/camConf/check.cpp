@@ -42,7 +42,7 @@ void AddFinding(Report *report, const char *key, const char *why)
 
 void CheckNumber(Report *report, const ConfKey &key, const char *value)
 {
-    const int32_t number = kel::ParseDecimal(value);
+    const int32_t number = kel::ParseInt32(value);
     const char *digits = value + (*value == '-' || *value == '+');
     const size_t digitCount = strspn(digits, kDigits);
     if (digitCount == 0 || digits[digitCount] != '\0') {

@@ -3,7 +3,7 @@
 // camConf looks at, changes and applies image configuration files. Here: the command line and the help.
 #include "app/camConf/camConf.h"
 
-#include "app/shared/startup.h"
+#include "app/shared/process.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -146,10 +146,7 @@ int camConf::Fail(const char *what, const char *why)
 
 int main(int argc, char **argv)
 {
-    static char outputBuffer[1024];
-    camStat::HoldStandardDescriptors();
-    // Line by line, so that the output stays in order with standard error's, also in a file.
-    setvbuf(stdout, outputBuffer, _IOLBF, sizeof(outputBuffer));
+    camStat::SetUpStreams();
     const int status = Run(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return camConf::Fail("standard output");

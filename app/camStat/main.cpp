@@ -4,6 +4,7 @@
 #include "app/camStat/i2cTest.h"
 #include "app/camStat/options.h"
 #include "app/camStat/reports.h"
+#include "app/shared/process.h"
 #include "app/shared/startup.h"
 #include "kelisp/gpio.h"
 #include "kelisp/ispSensor.h"
@@ -20,10 +21,6 @@ constexpr int kExitDone = 0;
 constexpr double kMinGain = 1.0;
 constexpr double kMaxAgain = 8.0;
 constexpr double kMaxDgain = 31.875;
-
-// Lines leave as they are printed, in order with standard error where both go to one file, and the buffer is
-// static: the tool allocates nothing.
-char gOutputBuffer[1024];
 
 double ClampGain(double gain, double max)
 {
@@ -77,8 +74,7 @@ void PerformAction()
 
 int main(int argc, char **argv)
 {
-    camStat::HoldStandardDescriptors();
-    setvbuf(stdout, gOutputBuffer, _IOLBF, sizeof(gOutputBuffer));
+    camStat::SetUpStreams();
     switch (camStat::ParseOptions(argc, argv)) {
     case camStat::Parsed::Usage:
         Usage();

@@ -94,9 +94,9 @@ Parsed TakeIcr(char **argv)
 Parsed TakeExposure(char **argv)
 {
     // 1/0 s is not rejected here: the infinite time is held at the longest exposure where it is applied.
-    gdbShutter = kUsPerSecond / kel::ParseDecimal(argv[2]);
-    gdbSensorAgain = kel::ParseDecimal(argv[3]) / kGainUnit;
-    gdbSensorDgain = kel::ParseDecimal(argv[4]) / kGainUnit;
+    gdbShutter = kUsPerSecond / kel::ParseInt32(argv[2]);
+    gdbSensorAgain = kel::ParseInt32(argv[3]) / kGainUnit;
+    gdbSensorDgain = kel::ParseInt32(argv[4]) / kGainUnit;
     printf("Set Shutter=%.2lf usec, Sensor Again=%.3lf, Sensor Dgain=%.3lf\n", gdbShutter, gdbSensorAgain,
            gdbSensorDgain);
     return Parsed::Run;
@@ -112,7 +112,7 @@ Parsed TakeAwb(char **argv)
 
 Parsed TakeInteger(char **argv)
 {
-    giArgValue1 = kel::ParseDecimal(argv[2]);
+    giArgValue1 = kel::ParseInt32(argv[2]);
     return Parsed::Run;
 }
 
@@ -123,10 +123,10 @@ Parsed TakeNothing(char **)
 
 Parsed TakeTest(char **argv)
 {
-    giArgValue1 = kel::ParseDecimal(argv[2]);
+    giArgValue1 = kel::ParseInt32(argv[2]);
     if (giArgValue1 != kTestModeI2c)
         return Parsed::Usage;
-    giI2cErrRetry = kel::ParseDecimal(argv[3]);
+    giI2cErrRetry = kel::ParseInt32(argv[3]);
     return Parsed::Run;
 }
 

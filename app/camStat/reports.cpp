@@ -6,6 +6,7 @@
 #include "app/camStat/reports.h"
 
 #include "base/numbers.h"
+#include "base/report.h"
 #include "kelisp/ispCXD3193AR.h"
 #include "kelisp/ispSensor.h"
 
@@ -63,24 +64,26 @@ double AsDouble()
     return readCode();
 }
 
+#define NAMED_CODE(function) AsDouble<function>, #function
+
 /// One line of the live readouts. Codes are small integers: as doubles they are exact.
 struct Readout {
     double (*read)();
+    const char *name;
     void (*print)(const char *format, double value);
     const char *format;
-    const char *name;
 };
 
 constexpr Readout kReadouts[] = {
-    {AsDouble<InfoMirisStatus>, PrintCode, "Miris Status\t:\t%d\n", "InfoMirisStatus"},
-    {AsDouble<InfoDnStatus>, PrintCode, "D/N Status\t:\t%d\n", "InfoDnStatus"},
-    {InfoLongExpTime, PrintLongExposure, "Long Exp Time\t:\t%.2lf us, 1/%d sec\n", "InfoLongExpTime"},
-    {InfoExpTime, PrintExposure, "Exposure Time\t:\t%.2lf us, 1/%d sec\n", "InfoExpTime"},
-    {InfoAnlgGain, PrintFactor, "Analog Gain\t:\t%.3lf\n", "InfoAnlgGain"},
-    {InfoDgtlGain, PrintFactor, "Digital Gain\t:\t%.3lf\n", "InfoDgtlGain"},
-    {InfoWbrGain, PrintFactor, "Wbr Gain\t:\t%.3lf\n", "InfoWbrGain"},
-    {InfoWbbGain, PrintFactor, "Wbb Gain\t:\t%.3lf\n", "InfoWbbGain"},
-    {AsDouble<InfoRawAvg>, PrintRawAverage, "Raw Average\t:\t%d (%.2f %% of 4096)\n", "InfoRawAvg"},
+    {NAMED_CODE(InfoMirisStatus), PrintCode, "Miris Status\t:\t%d\n"},
+    {NAMED_CODE(InfoDnStatus), PrintCode, "D/N Status\t:\t%d\n"},
+    {KEL_NAMED(InfoLongExpTime), PrintLongExposure, "Long Exp Time\t:\t%.2lf us, 1/%d sec\n"},
+    {KEL_NAMED(InfoExpTime), PrintExposure, "Exposure Time\t:\t%.2lf us, 1/%d sec\n"},
+    {KEL_NAMED(InfoAnlgGain), PrintFactor, "Analog Gain\t:\t%.3lf\n"},
+    {KEL_NAMED(InfoDgtlGain), PrintFactor, "Digital Gain\t:\t%.3lf\n"},
+    {KEL_NAMED(InfoWbrGain), PrintFactor, "Wbr Gain\t:\t%.3lf\n"},
+    {KEL_NAMED(InfoWbbGain), PrintFactor, "Wbb Gain\t:\t%.3lf\n"},
+    {NAMED_CODE(InfoRawAvg), PrintRawAverage, "Raw Average\t:\t%d (%.2f %% of 4096)\n"},
 };
 
 // ---- Automatic exposure and white balance
@@ -88,39 +91,39 @@ constexpr Readout kReadouts[] = {
 /// A line that shows a register field as it stands.
 struct FieldLine {
     int (*get)(uint8_t *);
-    const char *format;
     const char *name;
+    const char *format;
 };
 
 constexpr FieldLine kAeFields[] = {
-    {CXD3193AR_Get_AeSwitch, "Ae Switch\t:\t%d\n", "CXD3193AR_Get_AeSwitch"},
-    {CXD3193AR_Get_AeFlickMode, "Ae flick mode\t:\t%d\n", "CXD3193AR_Get_AeFlickMode"},
-    {CXD3193AR_Get_AeRefLev, "Ae ref level\t:\t%d\n", "CXD3193AR_Get_AeRefLev"},
-    {CXD3193AR_Get_AeEvSet, "Ae Ev set\t:\t%d\n", "CXD3193AR_Get_AeEvSet"},
-    {CXD3193AR_Get_AeTimer, "Ae timer\t:\t%d\n", "CXD3193AR_Get_AeTimer"},
-    {CXD3193AR_Get_AeHoldH, "Ae hold\t\t:\t%d\n", "CXD3193AR_Get_AeHoldH"},
-    {CXD3193AR_Get_AeExpHldH, "Ae fix shutter\t:\t%d\n", "CXD3193AR_Get_AeExpHldH"},
-    {CXD3193AR_Get_OptnMode, "Ae option\t:\t%d\n", "CXD3193AR_Get_OptnMode"},
-    {CXD3193AR_Get_MirUseH, "Ae Miris\t:\t%d\n", "CXD3193AR_Get_MirUseH"},
-    {CXD3193AR_Get_AeMaxExpH, "Ae Max Exp\t:\t%d\n", "CXD3193AR_Get_AeMaxExpH"},
-    {CXD3193AR_Get_AutoLgExpH, "Ae Long Exp\t:\t%d\n", "CXD3193AR_Get_AutoLgExpH"},
-    {CXD3193AR_Get_AccAutoH, "Ae ACC\t\t:\t%d\n", "CXD3193AR_Get_AccAutoH"},
+    {KEL_NAMED(CXD3193AR_Get_AeSwitch), "Ae Switch\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AeFlickMode), "Ae flick mode\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AeRefLev), "Ae ref level\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AeEvSet), "Ae Ev set\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AeTimer), "Ae timer\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AeHoldH), "Ae hold\t\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AeExpHldH), "Ae fix shutter\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_OptnMode), "Ae option\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_MirUseH), "Ae Miris\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AeMaxExpH), "Ae Max Exp\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AutoLgExpH), "Ae Long Exp\t:\t%d\n"},
+    {KEL_NAMED(CXD3193AR_Get_AccAutoH), "Ae ACC\t\t:\t%d\n"},
 };
 
-constexpr FieldLine kAwbField = {CXD3193AR_Get_WbAutoH, "Awb Auto\t:\t%d\n", "CXD3193AR_Get_WbAutoH"};
+constexpr FieldLine kAwbField = {KEL_NAMED(CXD3193AR_Get_WbAutoH), "Awb Auto\t:\t%d\n"};
 
 constexpr Readout kAeValues[] = {
-    {GetMeExpTime, PrintExposure, "Me Exp Time\t:\t%.2lf us, 1/%d sec.\n", "GetMeExpTime"},
-    {GetMnlAgn, PrintFactor, "Me Again\t:\t%.3lf\n", "GetMnlAgn"},
-    {GetMnlDgn, PrintFactor, "Me Dgain\t:\t%.3lf\n", "GetMnlDgn"},
-    {GetMinAgn, PrintFactor, "Ae Min Again\t:\t%.3lf\n", "GetMinAgn"},
-    {GetMaxAgn, PrintFactor, "Ae Max Again\t:\t%.3lf\n", "GetMaxAgn"},
-    {GetMaxDgn, PrintFactor, "Ae Max Dgain\t:\t%.3lf\n", "GetMaxDgn"},
+    {KEL_NAMED(GetMeExpTime), PrintExposure, "Me Exp Time\t:\t%.2lf us, 1/%d sec.\n"},
+    {KEL_NAMED(GetMnlAgn), PrintFactor, "Me Again\t:\t%.3lf\n"},
+    {KEL_NAMED(GetMnlDgn), PrintFactor, "Me Dgain\t:\t%.3lf\n"},
+    {KEL_NAMED(GetMinAgn), PrintFactor, "Ae Min Again\t:\t%.3lf\n"},
+    {KEL_NAMED(GetMaxAgn), PrintFactor, "Ae Max Again\t:\t%.3lf\n"},
+    {KEL_NAMED(GetMaxDgn), PrintFactor, "Ae Max Dgain\t:\t%.3lf\n"},
 };
 
 constexpr Readout kAwbValues[] = {
-    {GetMnlWbrGain, PrintFactor, "Manual Wbr\t:\t%.3lf\n", "GetMnlWbrGain"},
-    {GetMnlWbbGain, PrintFactor, "Manual Wbb\t:\t%.3lf\n", "GetMnlWbbGain"},
+    {KEL_NAMED(GetMnlWbrGain), PrintFactor, "Manual Wbr\t:\t%.3lf\n"},
+    {KEL_NAMED(GetMnlWbbGain), PrintFactor, "Manual Wbb\t:\t%.3lf\n"},
 };
 
 void PrintField(const FieldLine &line)

@@ -10,12 +10,7 @@
 #include "kelisp/ispSensor.h"
 #include "kelisp/osa.h"
 
-#include <errno.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <stdint.h>
 
 namespace
 {
@@ -35,8 +30,8 @@ namespace camStat
 
 int StartBoard(const char *module)
 {
-    const auto fail = [module](const char *message, int line = __builtin_LINE()) {
-        kel::ReportError(module, message, "main", line);
+    const auto fail = [module](const char *message, kel::Where where = "main") {
+        kel::ReportError(module, message, where);
         return -1;
     };
     OSA_init();
@@ -64,28 +59,6 @@ void StopBoard()
 {
     DrvI2cClose(&gtI2cHndl);
     StopCmem();
-}
-
-void HoldStandardDescriptors()
-{
-    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-        struct stat info;
-        if (fstat(fd, &info) != 0 && errno == EBADF && open("/dev/null", O_RDWR) < 0)
-            return;
-    }
-}
-
-void InstallStopHandler(void (*handler)(int))
-{
-    OSA_setSignalHandler(SIGINT, handler);
-    OSA_setSignalHandler(SIGTERM, handler);
-}
-
-void AskForExactPauses()
-{
-    // The default slack of 50 us would lengthen every 1 ms pause by a
-    // twentieth. A kernel without it changes nothing.
-    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
 }
 
 } // namespace camStat

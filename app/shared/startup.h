@@ -19,16 +19,6 @@ int StartBoard(const char *module);
 /// Stops what StartBoard started, in reverse order.
 void StopBoard();
 
-/// Fills standard descriptors that the caller closed with "/dev/null": otherwise a device would be opened
-/// in their place and printed into. Comes first in a program.
-void HoldStandardDescriptors();
-
-/// Installs `handler` for SIGINT and SIGTERM.
-void InstallStopHandler(void (*handler)(int));
-
-/// Asks the kernel to end pauses as close to their time as it can.
-void AskForExactPauses();
-
 } // namespace camStat
 
 #endif
