@@ -92,7 +92,7 @@ bool TakeTime(Stopwatch *watch)
 }
 
 /// One transfer under way: what is repeated, and how its failure reads.
-struct Attempted {
+struct ScratchTransfer {
     int (*transfer)(DrvI2cHndl *, uint8_t *, uint8_t *, uint8_t);
     const char *function; // as the failure line names it
     uint8_t firstReg;
@@ -119,7 +119,7 @@ void PrintClockFailure()
     puts("GetMsFromStart failed!");
 }
 
-void PrintAttemptFailure(const Attempted &what, int64_t elapsedMs)
+void PrintAttemptFailure(const ScratchTransfer &what, int64_t elapsedMs)
 {
     const auto ms = static_cast<long long>(elapsedMs);
     if (what.write)
@@ -132,7 +132,7 @@ void PrintAttemptFailure(const Attempted &what, int64_t elapsedMs)
 
 /// Attempts the transfer of the scratch lists until it succeeds or the retries are used up. Every attempt,
 /// good or bad, is followed by the pause.
-int TransferScratch(const Attempted &what)
+int TransferScratch(const ScratchTransfer &what)
 {
     Stopwatch watch;
     if (!StartWatch(&watch))

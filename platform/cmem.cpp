@@ -64,7 +64,7 @@ struct Words {
     va_end(args);
 }
 
-int Request(unsigned code, Words *words)
+int RequestDriver(unsigned code, Words *words)
 {
     return ioctl(gCmemFd, code, words);
 }
@@ -110,7 +110,7 @@ void *MapOrGiveBack(const char *operation, unsigned long physAddr, size_t size, 
         PrintError("%s: Failed to mmap buffer at physical address %#lx\n", operation, physAddr);
         PrintError("    %s phys buffer %#lx\n", action, physAddr);
         Words words = {{static_cast<uint32_t>(physAddr), 0, 0}};
-        Request(freeRequest, &words);
+        RequestDriver(freeRequest, &words);
     }
     return address;
 }
@@ -120,7 +120,7 @@ void *AllocHeap(int blockId, size_t size, const CmemAllocParams &params)
     const unsigned code = kAllocHeap | params.flags;
     const uint32_t alignment = params.alignment == 0 ? 1 : params.alignment;
     Words words = {{static_cast<uint32_t>(size), alignment, static_cast<uint32_t>(blockId)}};
-    const int status = Request(code, &words);
+    const int status = RequestDriver(code, &words);
     if (status != 0) {
         PrintError("allocHeap: ioctl %s failed: %d\n",
                    code == kAllocHeap ? "CMEM_IOCALLOCHEAP" : "CMEM_IOCALLOCHEAPCACHED", status);
@@ -135,7 +135,7 @@ int RequestCache(unsigned code, const char *failure, const void *address, size_t
     if (!IsUsable())
         return -1;
     Words words = {{AddressWord(address), static_cast<uint32_t>(size), 0}};
-    if (Request(code, &words) == -1) {
+    if (RequestDriver(code, &words) == -1) {
         PrintError("%s %#x\n", failure, AddressWord(address));
         return -1;
     }
@@ -199,7 +199,7 @@ int CMEM_getVersion(void)
     if (!IsUsable())
         return -1;
     Words words = {};
-    const int status = Request(kGetVersion, &words);
+    const int status = RequestDriver(kGetVersion, &words);
     if (status != 0) {
         PrintError("getVersion: Failed to retrieve version from driver: %d.\n", status);
         return -1;
@@ -212,7 +212,7 @@ int CMEM_getBlock(int blockId, unsigned long *first, unsigned long *second)
     if (!IsUsable())
         return -1;
     Words words = {{static_cast<uint32_t>(blockId), 0, 0}};
-    const int status = Request(kGetBlock, &words);
+    const int status = RequestDriver(kGetBlock, &words);
     if (status != 0) {
         PrintError("getBlock: Failed to retrieve memory block bounds for block %d from driver: %d.\n",
                    blockId, status);
@@ -228,7 +228,7 @@ int CMEM_getPool(int blockId, size_t size)
     if (!IsUsable())
         return -1;
     Words words = {{static_cast<uint32_t>(size), static_cast<uint32_t>(blockId), 0}};
-    if (Request(kGetPool, &words) == -1) {
+    if (RequestDriver(kGetPool, &words) == -1) {
         PrintError("getPool: Failed to get a pool fitting a size %d\n", static_cast<int>(size));
         return -1;
     }
@@ -244,7 +244,7 @@ void *CMEM_allocPool(int blockId, int poolId, const CmemAllocParams *params)
 {
     const unsigned code = kAllocPool | (params == nullptr ? kDefaultParams : *params).flags;
     Words words = {{static_cast<uint32_t>(poolId), static_cast<uint32_t>(blockId), 0}};
-    const int status = Request(code, &words);
+    const int status = RequestDriver(code, &words);
     if (status != 0) {
         PrintError("allocPool: ioctl %s failed from pool %d: %d\n",
                    code == kAllocPool ? "CMEM_IOCALLOC" : "CMEM_IOCALLOCCACHED", poolId, status);
@@ -267,7 +267,7 @@ void *CMEM_alloc(int blockId, size_t size, const CmemAllocParams *params)
 void *CMEM_registerAlloc(unsigned long physAddr)
 {
     Words words = {{static_cast<uint32_t>(physAddr), 0, 0}};
-    const int status = Request(kRegisterUser, &words);
+    const int status = RequestDriver(kRegisterUser, &words);
     if (status != 0) {
         PrintError("registerAlloc: ioctl CMEM_IOCREGUSER failed for phys addr %#lx: %d\n", physAddr, status);
         return nullptr;
@@ -282,7 +282,7 @@ int CMEM_free(void *address, const CmemAllocParams *params)
     if (CMEM_cacheInv(address, kBufferHeader) != 0)
         PrintError("free: failed to cache-invalidate buffer header @ %p\n", address);
     Words words = {{AddressWord(address), 0, 0}};
-    if (Request(kFree | (params == nullptr ? kDefaultParams : *params).type, &words) == -1) {
+    if (RequestDriver(kFree | (params == nullptr ? kDefaultParams : *params).type, &words) == -1) {
         PrintError("free: failed to free %#x\n", AddressWord(address));
         return -1;
     }
@@ -298,7 +298,7 @@ unsigned long CMEM_getPhys(void *address)
     if (!IsUsable())
         return 0;
     Words words = {{AddressWord(address), 0, 0}};
-    if (Request(kGetPhys, &words) == -1) {
+    if (RequestDriver(kGetPhys, &words) == -1) {
         PrintError("getPhys: Failed to get physical address of %#x\n", AddressWord(address));
         return 0;
     }

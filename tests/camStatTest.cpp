@@ -298,7 +298,7 @@ TEST(Robustness, AClosedStandardDescriptorIsTakenByNoDevice)
                 GTEST_SKIP() << "the shell is not the target's";
             const std::string trace = board.Path("trace");
             const std::string line = "exec " + command[3] + " " + program[1] + closing;
-            EXPECT_EQ(board.Run({"sh", "-c", line}, Fast({"--trace-json=" + trace})).status, 0) << line;
+            EXPECT_EQ(board.Run({"/bin/sh", "-c", line}, Fast({"--trace-json=" + trace})).status, 0) << line;
             const std::string calls = ReadFile(trace);
             EXPECT_TRUE(Matches(calls, "\"call\":\"open\"[^}]*\"result\":[3-9]")) << calls;
             EXPECT_FALSE(Matches(calls, "\"call\":\"open\"[^}]*\"result\":[0-2][^0-9]")) << calls;

@@ -44,7 +44,7 @@ struct ExposureValues {
 constexpr ExposureValues kSwitched[] = {{1000000.0 / 30, 2.0}, {1000000.0 / 120, 1.0}};
 
 /// What one run of the test keeps.
-struct Run {
+struct TestRun {
     char start[KEL_STAMP_SIZE];
     char now[KEL_STAMP_SIZE];
     int64_t startMs; // of the run, then of the last exposure switch
@@ -75,7 +75,7 @@ bool StopRequested()
     return true;
 }
 
-void SwitchExposureValues(Run &run)
+void SwitchExposureValues(TestRun &run)
 {
     if (run.nowMs - run.startMs <= kSwitchAfterMs)
         return;
@@ -86,7 +86,7 @@ void SwitchExposureValues(Run &run)
     run.startMs = run.nowMs;
 }
 
-void PrintSummary(Run &run)
+void PrintSummary(TestRun &run)
 {
     snprintf(run.summary, sizeof(run.summary) - 1,
              "I2C Error Counts = %d\nI2C Read Error Counts = %d\n[%s][%s][%d]:\n", giI2cErrCount,
@@ -95,7 +95,7 @@ void PrintSummary(Run &run)
 }
 
 /// Reads until a stop is requested or a readout fails.
-void Loop(Run &run)
+void ReadUntilStopped(TestRun &run)
 {
     for (;; ++run.iteration) {
         GetDateTime(run.now);
@@ -114,7 +114,7 @@ void Loop(Run &run)
 
 /// Writes the last summary; false when the file cannot be created. A flash that takes the file but not its
 /// text is reported as well: the technician must not go home with an empty result.
-bool SaveResult(const Run &run, const char *stamp)
+bool SaveResult(const TestRun &run, const char *stamp)
 {
     char path[kPathSize];
     snprintf(path, sizeof(path), "%s%s", kResultPrefix, stamp);
@@ -142,12 +142,12 @@ void *I2cTestThread(void *)
 {
     kel::StoreWord(giI2cTestThreald, kRunning);
     gdbSensorDgain = 1.0;
-    Run run = {};
+    TestRun run = {};
     RunShell(kClearKernelLog); // the capture at the end then holds this run's messages only
     GetDateTime(run.start);
     TakeMs(&run.startMs);
     if (!StopRequested())
-        Loop(run);
+        ReadUntilStopped(run);
     GetTimeStamp(run.now); // the form for file names
     if (SaveResult(run, run.now))
         CaptureKernelLog(run.now);
