@@ -173,7 +173,6 @@ const char closed[] =
     "CMEM Error: CMEM_exit() already called, check stderr output for earlier CMEM failure messages "
     "(possibly version mismatch).\n";
 
-// The first test of this program that touches the client: it begins as it does in a new process.
 TEST_F(BoardIo, ContiguousMemoryStates)
 {
     const Lines opening = {"open /dev/cmem", "cmem 8", "fcntl getfd", "fcntl 2 1"};
@@ -194,7 +193,9 @@ TEST_F(BoardIo, ContiguousMemoryStates)
             Expect(call, result, err, {});
         EXPECT_EQ(first * 10 + second, 77U);
     };
-    everything(notInitialised);
+    // In a process of its own: no test has touched the client there.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT((everything(notInitialised), _exit(HasFailure())), testing::ExitedWithCode(0), "");
     Expect(CMEM_init, 0, "", opening);
     Expect(CMEM_init, 0, "", {});
     Expect(CMEM_exit, 0, "", {});
