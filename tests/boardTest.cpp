@@ -164,7 +164,7 @@ TEST_F(BoardIo, HexDumps)
     }
 }
 
-const char notInitialised[] =
+[[maybe_unused]] const char notInitialised[] =
     "CMEM Error: CMEM_init() not called, you must initialize CMEM before making API calls.\n";
 const char openFailed[] =
     "CMEM Error: CMEM file descriptor -1 (failed 'open()'), ensure CMEMK kernel module cmemk.ko has "
@@ -193,9 +193,11 @@ TEST_F(BoardIo, ContiguousMemoryStates)
             Expect(call, result, err, {});
         EXPECT_EQ(first * 10 + second, 77U);
     };
+#ifndef __arm__ // an emulated program cannot start itself
     // In a process of its own: no test has touched the client there.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT((everything(notInitialised), _exit(HasFailure())), testing::ExitedWithCode(0), "");
+#endif
     Expect(CMEM_init, 0, "", opening);
     Expect(CMEM_init, 0, "", {});
     Expect(CMEM_exit, 0, "", {});
