@@ -155,9 +155,8 @@ long Started::ResidentKiB() const
     return at == std::string::npos ? -1 : atol(status.c_str() + at + 6);
 }
 
-SimBoard::SimBoard()
+SimBoard::SimBoard() : folder_(std::filesystem::temp_directory_path() / "camStatTest.board.XXXXXX")
 {
-    folder_ = std::filesystem::temp_directory_path() / "camStatTest.board.XXXXXX";
     if (mkdtemp(folder_.data()) == nullptr)
         abort();
 }
