@@ -154,6 +154,16 @@ int TransferScratch(const ScratchTransfer &what)
     }
 }
 
+/// Whether the file's last line was cut, by a full flash or the end of power. Leaves the file at its end.
+bool EndsInsideLine(FILE *file)
+{
+    if (fseek(file, -1, SEEK_END) != 0)
+        return false; // empty
+    const int last = fgetc(file);
+    fseek(file, 0, SEEK_END);
+    return last != '\n' && last != EOF;
+}
+
 bool ReflectPending(const uint8_t *reflect)
 {
     return (reflect[0] | reflect[1] | reflect[2]) != 0;
@@ -200,8 +210,9 @@ int CXD3193AR_LogI2cErr(int attempt, int errCount, int64_t elapsedMs)
         fputs("fopen failed!\n", stderr);
         return -1;
     }
+    const char *before = EndsInsideLine(log) ? "\n" : "";
     // A full flash loses the line; the transfer that is being logged matters more than its record.
-    fprintf(log, "%s, %d, %lld, %d\n", now, attempt, static_cast<long long>(elapsedMs), errCount);
+    fprintf(log, "%s%s, %d, %lld, %d\n", before, now, attempt, static_cast<long long>(elapsedMs), errCount);
     fclose(log);
     return 0;
 }

@@ -57,7 +57,8 @@ int CXD3193AR_Write(uint8_t firstReg, const uint8_t *src, int count);
 /**
  * Appends one line to "/mnt/nand/I2cErr.csv": local date and time, attempt,
  * elapsed milliseconds, error count. The file is opened and closed for each
- * line, so that the line has left the process when the call returns.
+ * line, so that the line has left the process when the call returns. A last line
+ * that was cut, as by a full flash, is ended first.
  *
  * @param attempt    0 for the first attempt of a transfer, 1 for its first retry, ...
  * @param errCount   giI2cErrCount after this failure

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -66,7 +67,65 @@ TEST_P(EndBySignal, FinishesTheIterationAndKeepsItsSummary)
     EXPECT_EQ(FlashFiles(board, "dmesg_").size(), 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, EndBySignal, testing::Values(SIGINT, SIGTERM));
+INSTANTIATE_TEST_SUITE_P(Signals, EndBySignal, testing::Values(SIGINT, SIGTERM, SIGHUP, SIGPIPE));
+
+/// The command through the shell: `script` has it as "$@".
+Words Shell(const std::string &script, const Words &command)
+{
+    return With({"/bin/sh", "-c", script, "sh"}, command);
+}
+
+TEST(Stress, AReaderThatIsGoneDoesNotCostTheResult)
+{
+    const SimBoard board;
+    const Outcome outcome =
+        Started(Shell("\"$@\" | head -n 40", board.Command({"camStat", "-t", "1", "3"}, kFast))).Wait();
+    EXPECT_EQ(outcome.err, kFinish);
+    EXPECT_TRUE(OnlyFile(board, "I2cTestResult_").ends_with("]:\n"));
+    EXPECT_EQ(FlashFiles(board, "dmesg_").size(), 1U);
+}
+
+TEST(Stress, OutlivesItsTerminalUnderNohup)
+{
+    const SimBoard board;
+    Started test(Shell("trap '' HUP; exec \"$@\"", board.Command({"camStat", "-t", "1", "3"}, kFast)));
+    ASSERT_TRUE(test.AwaitOut("]:\n"));
+    kill(test.Pid(), SIGHUP);
+    EXPECT_TRUE(test.AwaitOut("]:\n", 30)) << test.Err();
+    kill(test.Pid(), SIGTERM);
+    EXPECT_EQ(test.Wait().status, 0);
+}
+
+TEST(Stress, AnInterruptOfTheShellIsForTheTest)
+{
+    const SimBoard board;
+    ASSERT_EQ(board.Sim({"fault", "system:nth=1,delay=500ms"}).status, 0);
+    Started test(board.Command({"camStat", "-t", "1", "3"}));
+    while (!Matches(board.Sim({"fault", "list"}).out, " 1  system"))
+        ASSERT_TRUE(test.Out().empty()) << test.Out();
+    kill(test.Pid(), SIGINT);
+    ASSERT_FALSE(test.AwaitOut("]:\n")) << test.Out();
+    EXPECT_EQ(test.Wait().out, kStopped);
+    EXPECT_EQ(OnlyFile(board, "I2cTestResult_"), "");
+    EXPECT_EQ(FlashFiles(board, "dmesg_").size(), 1U);
+}
+
+TEST(Stress, ACutLogLineIsEndedBeforeTheNext)
+{
+    const std::string whole = "2026/11/22 22:28:28, 0, 3, 17\n";
+    const struct {
+        std::string before, kept;
+    } cases[] = {{"", ""}, {whole, whole}, {whole + "2026/11", whole + "2026/11\n"}, {"2", "2\n"}};
+    for (const auto &c : cases) {
+        const SimBoard board;
+        ASSERT_EQ(board.Sim({"reset"}).status, 0);
+        std::ofstream(board.Path("mnt/nand/I2cErr.csv")) << c.before;
+        board.Run({"camStat", "-t", "1", "1"}, With(kFast, {"--fault", "i2c.read:reg=0x18"}));
+        const std::string log = ReadFile(board.Path("mnt/nand/I2cErr.csv"));
+        EXPECT_TRUE(log.starts_with(c.kept)) << log;
+        EXPECT_TRUE(Matches(log.substr(c.kept.size()), "^([^,\n]+(, [0-9]+){3}\n){2}$")) << log;
+    }
+}
 
 TEST(Stress, AFailureInTheFirstIterationWritesIterationZero)
 {

@@ -10,10 +10,13 @@
 #include "base/report.h"
 #include "kelisp/clock.h"
 #include "kelisp/ispCXD3193AR.h"
+#include "kelisp/osa.h"
 
 #include <pthread.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 constinit kel::AtomicWord giI2cTestThreald{0};
 
@@ -54,11 +57,19 @@ struct TestRun {
     char summary[kSummarySize]; // of the last iteration; empty before the first
 };
 
-/// Runs a shell command; what it returns tells nothing about the camera.
+/// Runs a shell command; what it returns tells nothing about the camera. But while it runs, the caller of
+/// system() ignores SIGINT: a command that died of it, or a shell whose command did, took it in our place.
 void RunShell(const char *command)
 {
     const int status = system(command);
-    static_cast<void>(status);
+    if (WTERMSIG(status) == SIGINT || (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT))
+        SigHandler(SIGINT);
+}
+
+/// The output is lost; the result is not.
+void OnLostOutput(int)
+{
+    kel::StoreWord(giCamStatTerm, 1);
 }
 
 void TakeMs(int64_t *ms)
@@ -157,6 +168,14 @@ void *I2cTestThread(void *)
 
 namespace camStat
 {
+
+void KeepResultWithoutOutput()
+{
+    struct sigaction before;
+    if (sigaction(SIGHUP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+        OSA_setSignalHandler(SIGHUP, OnLostOutput);
+    OSA_setSignalHandler(SIGPIPE, OnLostOutput);
+}
 
 void RunI2cTest()
 {

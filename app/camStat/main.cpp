@@ -86,6 +86,8 @@ int main(int argc, char **argv)
     }
     camStat::AskForExactPauses();
     camStat::InstallStopHandler(SigHandler);
+    if (giOption == kActionStressTest)
+        camStat::KeepResultWithoutOutput();
     if (camStat::StartBoard("camStat") != 0)
         return kExitDone;
     PerformAction();

@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -157,6 +158,13 @@ int RunCommand(Event &event, const char *command)
     }
     event.request = "not on this board:";
     return kNotFound;
+}
+
+volatile sig_atomic_t gCommandDied = 0;
+
+void KillCommand(int)
+{
+    gCommandDied = 1;
 }
 
 // ---- System log
@@ -345,8 +353,15 @@ SIM_WRAP(int, system, (const char *command))
         return 1; // a command processor is there
     Event event(Call::System);
     event.text = command;
+    // SIGINT is the command's, which dies of it; the caller does not see it.
+    struct sigaction commands = {};
+    struct sigaction callers;
+    commands.sa_handler = KillCommand;
+    gCommandDied = 0;
+    sigaction(SIGINT, &commands, &callers);
     if (!InjectFault(event))
-        event.result = RunCommand(event, command);
+        event.result = gCommandDied != 0 ? SIGINT : RunCommand(event, command);
+    sigaction(SIGINT, &callers, nullptr);
     return static_cast<int>(Finish(event));
 }
 
