@@ -86,6 +86,7 @@ Started::Started(const Words &command) : outPath_(TempName("out")), errPath_(Tem
         dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
         dup2(open(outPath_.c_str(), O_WRONLY), STDOUT_FILENO);
         dup2(open(errPath_.c_str(), O_WRONLY), STDERR_FILENO);
+        alarm(500); // what hangs dies of it
         execvp(argv[0], argv.data());
         perror(argv[0]);
         _exit(127);

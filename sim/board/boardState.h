@@ -60,15 +60,16 @@ struct CmemBuffer {
 
 /// What a rule does to the calls that it picks.
 enum class Effect : uint32_t {
-    Fail,         ///< the call fails with an error number
-    Delay,        ///< the call is late, and then goes on
-    Value,        ///< the call answers with a value of the rule's choice
-    Back,         ///< the clock reads earlier than it is
-    Stuck,        ///< the reflect registers never clear
-    Busy,         ///< the reflect registers stay busy for another time than the scene's
-    MissingFlash, ///< nothing below the path exists
-    FullFlash,    ///< files open, but no byte can be written
-    ReadOnlyFlash ///< nothing below the path can be changed
+    Fail,          ///< the call fails with an error number
+    Delay,         ///< the call is late, and then goes on
+    Value,         ///< the call answers with a value of the rule's choice
+    Back,          ///< the clock reads earlier than it is
+    Stuck,         ///< the reflect registers never clear
+    Busy,          ///< the reflect registers stay busy for another time than the scene's
+    MissingFlash,  ///< nothing below the path exists
+    FullFlash,     ///< files open, but no byte can be written
+    ReadOnlyFlash, ///< nothing below the path can be changed
+    Kill           ///< the program dies before the call, as when the power goes
 };
 
 /// A fault rule in the form in which the library applies it. Its text is parsed by the launcher alone.

@@ -112,8 +112,11 @@ bool InjectFault(Event &event)
     bool fails = false;
     {
         const BoardLock lock;
-        const FaultRule *rule =
-            Decide(event, [](Effect effect) { return effect == Effect::Fail || effect == Effect::Delay; });
+        const FaultRule *rule = Decide(event, [](Effect effect) {
+            return effect == Effect::Fail || effect == Effect::Delay || effect == Effect::Kill;
+        });
+        if (rule != nullptr && rule->effect == Effect::Kill)
+            host::KillThis();
         if (rule != nullptr && rule->effect == Effect::Delay) {
             delayUs = rule->value;
         } else if (rule != nullptr) {

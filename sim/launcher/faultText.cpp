@@ -186,6 +186,7 @@ constexpr FaultWord kEffects[] = {
     {"refused", "", "the same", TakeNothing},
     {"errno", "NAME|NUMBER", "fail with this errno", TakeErrno},
     {"missing", "", "fail with ENOENT", TakeMissing},
+    {"kill", "", "the program dies before it, as when the power goes", TakeNothing, Effect::Kill},
     {"delay", "TIME", "the call is late, then goes on; as in 5ms, 200us, 2s", TakeTime, Effect::Delay},
     {"cmem.version", "VERSION", "the driver answers with this version", TakeNumber<&FaultRule::value, 0>,
      Effect::Value, Call::CmemVersion},
@@ -319,8 +320,8 @@ bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem)
     const bool isState = rule->calls == BitOf(Call::Reflect) || rule->calls == BitOf(Call::Flash);
     if (rule->calls == BitOf(Call::Reflect) && rule->effect == Effect::Fail)
         return Refuse(problem, "reflect takes stuck or busy=TIME, as in reflect:busy=40ms");
-    return !(isState && rule->effect == Effect::Delay) ||
-           Refuse(problem, "delay goes with a call, as in fopen:delay=5ms or i2c.read:delay=5ms");
+    return !(isState && (rule->effect == Effect::Delay || rule->effect == Effect::Kill)) ||
+           Refuse(problem, "delay and kill go with a call, as in fopen:delay=5ms or i2c.read:kill");
 }
 
 bool AddFault(const FaultRule &rule, std::string *problem)
