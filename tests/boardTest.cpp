@@ -4,6 +4,7 @@
 // handles and the OS abstraction; each with the failures of its calls.
 #include "fakeBoard.h"
 
+#include "base/numbers.h"
 #include "kelisp/clock.h"
 #include "kelisp/cmem.h"
 #include "kelisp/csl.h"
@@ -14,6 +15,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -150,6 +152,31 @@ TEST_F(BoardIo, RealTimeClockDriver)
     }
 }
 
+TEST(Numbers, AreHeldAtTheLimits)
+{
+    const double nan = std::nan("");
+    const struct {
+        double value;
+        int32_t asSigned;
+        uint32_t asUnsigned;
+    } cases[] = {
+        {2147483647.9, INT32_MAX, 2147483647},
+        {2147483648.0, INT32_MAX, 2147483648U},
+        {4294967295.9, INT32_MAX, UINT32_MAX},
+        {4294967296.0, INT32_MAX, UINT32_MAX},
+        {1e300, INT32_MAX, UINT32_MAX},
+        {-2147483648.9, INT32_MIN, 0},
+        {-2147483649.0, INT32_MIN, 0},
+        {-1e300, INT32_MIN, 0},
+        {-1.9, -1, 0},
+        {nan, 0, 0},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(kel::TruncateToInt32(c.value), c.asSigned) << c.value;
+        EXPECT_EQ(kel::TruncateToUint32(c.value), c.asUnsigned) << c.value;
+    }
+}
+
 TEST_F(BoardIo, HexDumps)
 {
     uint8_t bytes[17];
@@ -220,6 +247,9 @@ TEST_F(BoardIo, ContiguousMemoryStates)
            "CMEM Error: getVersion: Failed to retrieve version from driver: -2.\n" + mismatch +
                "0xffffffff\n",
            {"open /dev/cmem", "cmem 8", "close /dev/cmem"});
+    board.Fail("fcntl getfd", 1, 0, 1, 4); // whatever flags there are stay
+    Expect(CMEM_init, 0, "", {"open /dev/cmem", "cmem 8", "fcntl getfd", "fcntl 2 5"});
+    Expect(CMEM_exit, 0, "", {"close /dev/cmem"});
     board.Fail("fcntl getfd", 1, EBADF);
     Expect(CMEM_init, 0, "CMEM Error: init: fcntl(F_GETFD) failed: 'Bad file descriptor'\n",
            {"open /dev/cmem", "cmem 8", "fcntl getfd"});

@@ -58,6 +58,15 @@ TEST_F(CamConf, FileCommands)
     Expect({"set", file, "2A_WB", "5", "--prefix"}, 0, "", "");
     EXPECT_EQ(ReadFile(file), "2A_WB_R =5\n2A_WB_B=5\nIMG_FLIP=-5\n");
     Expect({"diff", file, file}, 0, "", "");
+    Write(other, "#" + std::string(300, '-') + "\n2A_WB_R=1\n");
+    Expect({"set", other, "2A_WB", "5"}, 1, "", ":2: 2A_WB_R would change too\n");
+    for (const auto &[target, status] : {std::pair(">/dev/full", 2), std::pair(">&-", 0)}) {
+        const std::string command = std::string("exec \"$@\" ") + target;
+        EXPECT_EQ(
+            Started(With({"/bin/sh", "-c", command, "sh"}, board.Command({"camConf", "show"}))).Wait().status,
+            status)
+            << target;
+    }
     Expect({"apply", "-o", "IMG_FLIP=1,NONE=2", file}, 2, "", "NONE: unknown key");
     Expect({"diff", file, board.Folder()}, 2, "", "Is a directory");
     const Outcome shown = Run({"show", file}), json = Run({"show", "--json", file});
@@ -69,13 +78,13 @@ TEST_F(CamConf, FileCommands)
 TEST_F(CamConf, CheckNamesEveryLineThatIsIgnoredOrWithoutEffect)
 {
     Write(file,
-          "# fine\nIMG_FLIP=1\nIMG_CONTRAST=161 # rest\n2A_DEFLICKER=55\nNO\x1bKEY=1\n2A_WB=1\nDN_MODE=2\n"
+          "# fine\nIMG_FLIP=1\nIMG_CONTRAST=161 # rest\n2A_DEFLICKER=55\nNO\x1bK\x7FY=1\n2A_WB=1\nDN_MODE=2\n"
           "IMG_MIRROR\nDN_FPS=x\nDN_FPS=3x\nEXT_AEWIN=11\nRESET=3\nLOOPBREAK=1\n#" +
               std::string(254, '-') + "IMG_FLIP=9\n2A_MAN_GAIN=7");
     std::string expected;
     for (const char *finding :
          {"3: IMG_CONTRAST: 161 is outside 96 to 160", "4: 2A_DEFLICKER: 55 is neither 50 nor 60",
-          "5: NO?KEY: unknown key, ignored", "6: 2A_WB: acts as 2A_WB_SAVE",
+          "5: NO?K?Y: unknown key, ignored", "6: 2A_WB: acts as 2A_WB_SAVE",
           "7: DN_MODE: accepted, but nothing is stored", "8: IMG_MIRROR: no value, ignored",
           "9: DN_FPS: x is no decimal number, taken as 0", "10: DN_FPS: 3x is no decimal number, taken as 3",
           "11: EXT_AEWIN: fewer than 192 digits, ignored", "12: RESET: neither 0 nor 1",
@@ -84,8 +93,10 @@ TEST_F(CamConf, CheckNamesEveryLineThatIsIgnoredOrWithoutEffect)
           "14: IMG_FLIP: 9 is outside 0 to 1", "15: 2A_MAN_GAIN: 7 is outside 0 to 6"})
         expected += file + ":" + finding + "\n";
     Expect({"check", file}, 1, expected, "");
-    Write(file, "# fine\n\nIMG_FLIP=1 # rest\r\nRESET=0\nEXT_AEWIN=" + std::string(192, '0'));
+    Write(file, "# fine\n\nIMG_FLIP=+1 # rest\r\nRESET=0\nEXT_AEWIN=" + std::string(192, '0'));
     Expect({"check", file}, 0, "", "");
+    Write(file, std::string("IMG_FLIP=1\0\n", 12));
+    Expect({"check", file}, 1, file + ":1: holds a zero byte, what follows it is ignored\n", "");
 }
 
 TEST_F(CamConf, UsageAndHelp)
@@ -166,6 +177,19 @@ TEST_F(CamConf, ApplyFailuresShow)
             EXPECT_EQ(ReadFile(board.Path(system_)), text) << gain;
         }
     }
+}
+
+TEST_F(CamConf, ApplyIsFinishedWhenASignalComes)
+{
+    Write(board.Path(system_), "IMG_FLIP=1\n");
+    const std::string trace = board.Path("trace");
+    Started apply(
+        board.Command({"camConf", "apply"}, {"--trace=" + trace, "--fault", "i2c.write:nth=2,delay=1s"}));
+    while (Count(ReadFile(trace), "write 0x") == 0)
+        usleep(1000);
+    kill(apply.Pid(), SIGTERM);
+    EXPECT_EQ(apply.Wait().status, 0);
+    EXPECT_EQ(Peek("RegCA_3"), "1\n");
 }
 
 TEST_F(CamConf, WatchAppliesDifferencesOnceAndIgnoresItsOwnRewriting)

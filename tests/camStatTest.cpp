@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <regex>
 
 namespace
 {
@@ -47,6 +48,8 @@ TEST(CommandLine, EndsBeforeAnythingIsStarted)
         // clang-format off
         {{}, 0, kUsage}, {{"-h"}, 0, kUsage}, {{"--help"}, 0, kUsage}, {{"--led=ON"}, 0, kUsage},
         {{"-lON"}, 0, kUsage}, {{"-i"}, 0, kDefaultUsage, "option requires an argument -- 'i'"},
+        {{"-t"}, 0, kDefaultUsage, "option requires an argument -- 't'"},
+        {{"-w"}, 0, kDefaultUsage, "option requires an argument -- 'w'"},
         {{"-x"}, 0, kDefaultUsage, "invalid option -- 'x'"},
         {{"--icr", "IR_CUT"}, 0, kDefaultUsage, "unrecognized option '--icr'"},
         {{"--test", "1", "1"}, 0, kDefaultUsage, "unrecognized option '--test'"},
@@ -135,12 +138,22 @@ TEST(Report, FailuresEndTheLiveBlockAndReplaceTheOtherLines)
     };
     for (const auto &line : cases) {
         const SimBoard board;
+        EXPECT_EQ(Count(board.Run({"camStat", "-r"}, Fast()).out, "Long Exp Time\t:\t0\n"), 1);
         const Outcome report = board.Run({"camStat", "-r"}, Fast({"--fault", line.fault}));
         EXPECT_EQ(report.status, 0) << line.fault;
         EXPECT_EQ(Count(report.out, " failed.\n"), 1) << line.fault << report.out;
         EXPECT_EQ(Count(report.out, line.failure), 1) << line.fault << report.out;
         EXPECT_EQ(Count(report.out, "\n"), line.lines) << line.fault << report.out;
     }
+}
+
+TEST(Report, BothStreamsIntoOneFileStayInOrder)
+{
+    const SimBoard board;
+    const Words words = board.Command({"camStat", "-r"}, Fast({"--fault", "i2c.read:reg=0x37"}));
+    const std::string out = Started(With({"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh"}, words)).Wait().out;
+    EXPECT_TRUE(Matches(out, "Me Exp Time[^\n]*\n\\[CXD3193AR_Read\\][^\n]*\n ERROR[^\n]*\nGetMnlAgn failed"))
+        << out;
 }
 
 TEST(Exposure, IsEchoedClampedAndWritten)
@@ -233,6 +246,23 @@ TEST(Pins, ResetHoldsTheLineLowFor2MsAndWaits20Ms)
     const size_t high = text.find("gio.set", shortPause);
     const size_t longPause = text.find("\"us\":20000.000,", high);
     EXPECT_NE(longPause, std::string::npos) << text;
+}
+
+TEST(StartUp, OpensTheDevicesAndClosesThemInReverse)
+{
+    const SimBoard board;
+    const std::string trace = board.Path("trace");
+    board.Run({"camStat", "-g", "1"}, Fast({"--trace-json=" + trace}));
+    const std::string text = ReadFile(trace);
+    const std::regex call(R"re("call":"(open|close|mmap|munmap)","path":"/dev/(\w+)")re");
+    std::string calls;
+    for (std::sregex_iterator at(text.begin(), text.end(), call), end; at != end; ++at)
+        calls += (*at)[1].str() + " " + (*at)[2].str() + ", ";
+    EXPECT_EQ(calls,
+              "open csl1, mmap csl1, open csl2, open csl3, open csl4, open csl5, open csl6, open csl7, "
+              "open csl8, open csl9, open cmem, open dev_i2c, close dev_i2c, close cmem, close csl9, "
+              "close csl8, close csl7, close csl6, close csl5, close csl4, close csl3, close csl2, "
+              "munmap csl1, close csl1, ");
 }
 
 // What a failing start-up step says, and that nothing stays open behind it. (Chip-support nodes that could be

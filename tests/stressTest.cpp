@@ -10,6 +10,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 namespace
 {
@@ -169,6 +170,7 @@ TEST(Stress, AMissingOrFullFlashIsSaidAndTheToolStillEnds)
         std::string err;
         size_t captures;
     } cases[] = {{"flash:missing", "fopen failed!\n(.*\n)*fopen " + result, 0},
+                 {"fopen:/mnt/nand", "fopen failed!\n(.*\n)*fopen " + result, 0}, // and the shell could write
                  {"flash:full", "write " + result, 1}};
     for (const auto &c : cases) {
         const SimBoard board;
@@ -178,6 +180,18 @@ TEST(Stress, AMissingOrFullFlashIsSaidAndTheToolStillEnds)
         EXPECT_TRUE(Matches(outcome.err, c.err)) << outcome.err;
         EXPECT_EQ(FlashFiles(board, "dmesg_").size(), c.captures);
     }
+}
+
+TEST(Stress, AStopBeforeTheFirstIterationLeavesAnEmptyResult)
+{
+    const SimBoard board; // the failing call says that the signal handler stands
+    Started test(
+        board.Command({"camStat", "-t", "1", "0"}, {"--fault", "fcntl", "--fault", "slave:delay=1s"}));
+    while (test.Err().empty())
+        usleep(1000);
+    kill(test.Pid(), SIGTERM);
+    EXPECT_EQ(test.Wait().out, kStopped);
+    EXPECT_EQ(OnlyFile(board, "I2cTestResult_"), "");
 }
 
 TEST(Stress, ABrokenClockIsSaidAndTheTestGoesOn)
