@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # What is installed, by component: runtime (programs), library, dev, sim. Packages are in packaging.cmake.
 
-install(TARGETS camStat drvI2cTest camConf RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+install(TARGETS camStat drvI2cTest camConf camCtl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
 if(KELISP_SIM)
     install(TARGETS camSim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT sim)
     install(TARGETS camsimBoard LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/camSim COMPONENT sim)
@@ -53,7 +53,7 @@ function(kel_pages component)
 endfunction()
 if(KELISP_PACKAGES OR NOT CMAKE_CROSSCOMPILING) # a board gets the programs alone
     install(PROGRAMS tools/i2cErrPlot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
-    kel_pages(runtime camConf.1 camStat.1 conf.img.5 drvI2cTest.1 i2cErrPlot.1)
+    kel_pages(runtime camConf.1 camCtl.1 camStat.1 conf.img.5 drvI2cTest.1 i2cErrPlot.1)
     kel_pages(dev kelisp.3)
     install(FILES docs/operating.md docs/registers.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/camstat COMPONENT runtime)
     install(FILES docs/library.md docs/porting.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkelisp-dev COMPONENT dev)

@@ -64,8 +64,9 @@ execute_process(COMMAND gzip -9nf ${PROJECT_BINARY_DIR}/changelog.Debian COMMAND
 kel_package(runtime camstat utils "${needs_libc}" "diagnostic and control tool of an IP-camera board"
     "camStat prints what the camera's exposure and white balance are doing,
 switches IR LEDs and IR-cut filter, forces exposure and gains, resets the
-sensor and stresses the I2C link. camConf works on the image
-configuration, drvI2cTest on single registers.")
+sensor and stresses the I2C link. camCtl works on register
+fields by name, camConf on the image configuration, drvI2cTest on single
+registers.")
 kel_package(library libkelisp${PROJECT_VERSION_MAJOR} libs "${needs_libc}" "camera library of an IP-camera board"
     "The library under camStat: register access, conversions, sensor control
 and image configuration.")

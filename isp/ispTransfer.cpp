@@ -10,6 +10,7 @@
 #include "kelisp/clock.h"
 #include "kelisp/drvI2c.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -143,12 +144,14 @@ int TransferScratch(const ScratchTransfer &what)
             kel::PauseUs(kAttemptPauseUs);
             return 0;
         }
+        const int reason = errno;
         if (!TakeTime(&watch))
             PrintClockFailure();
         PrintAttemptFailure(what, watch.elapsedMs);
         ++giI2cErrCount;
         CXD3193AR_LogI2cErr(attempt, giI2cErrCount, watch.elapsedMs);
         kel::PauseUs(kAttemptPauseUs);
+        errno = reason; // of the device, not of the log
         if (attempt >= giI2cErrRetry)
             return CXD3193AR_FAILED;
     }

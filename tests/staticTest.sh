@@ -42,7 +42,7 @@ same() {
 
 printf 'IMG_BRIGHTNESS = 100\nEXT_WDR=3 # strong\n2A_WB_R=9999999999\n' >"$work/conf.img"
 set +e
-for program in camStat drvI2cTest camConf; do
+for program in camStat drvI2cTest camConf camCtl; do
     ! readelf -d "$static/$program" | grep -q NEEDED
     result "$program needs no library" $?
 done
@@ -57,6 +57,7 @@ same drvI2cTest -x
 same camConf show "$work/conf.img"
 same camConf check "$work/conf.img"
 same camConf get "$work/conf.img" EXT_WDR
+same camCtl list
 cpack --config "$static/CPackConfig.cmake" -B "$work/packages" >/dev/null 2>&1 &&
     tar -tzf "$work"/packages/*.tar.gz | grep -q 'usr/bin/camStat$'
 result "archive for a board" $?

@@ -30,22 +30,6 @@ constexpr Field kFields[] = {
     {"Reflect", "groups that are still being taken over", 0x20, 7, 0, 3, true, Unit::Plain},
 };
 
-const char *OnOff(uint32_t value)
-{
-    return value != 0 ? "on" : "off";
-}
-
-void DescribeLines(uint32_t lines, char *text, size_t size)
-{
-    const double us = lines * kLineUs - kOffsetUs;
-    if (us <= 0.0)
-        snprintf(text, size, "no exposure");
-    else if (us < 1000000.0 / 1.5)
-        snprintf(text, size, "%.2f us, 1/%u s", us, RoundNear(1000000.0 / us));
-    else
-        snprintf(text, size, "%.2f us, %.1f s", us, us / 1000000.0);
-}
-
 // 2^(exponent) for the octaves of the gain codes.
 double Octave(uint32_t exponent)
 {
@@ -111,69 +95,42 @@ double EvFactor(uint32_t code)
     return factor;
 }
 
-void DescribeValue(const Field &field, uint32_t value, char *text, size_t size)
+void DescribeValue(const Field &field, uint32_t code, char *text, size_t size)
 {
-    text[0] = '\0';
+    double value = 0.0;
+    bool stands = true;
     switch (field.unit) {
-    case Unit::Plain:
-        break;
-    case Unit::Switch:
-        snprintf(text, size, "%s", OnOff(value));
-        break;
-    case Unit::SensorType:
-        snprintf(text, size, "%s",
-                 value == 6   ? "IMX076, 30 fps"
-                 : value == 7 ? "IMX076, 60 fps"
-                              : "no IMX076");
-        break;
-    case Unit::Flicker:
-        snprintf(text, size, "%s",
-                 value == 6   ? "for 50 Hz lamps"
-                 : value == 4 ? "for 60 Hz lamps"
-                 : value == 0 ? "off"
-                              : "");
-        break;
     case Unit::Lines:
-        DescribeLines(value, text, size);
-        break;
-    case Unit::Frames:
-        if (value > 0)
-            snprintf(text, size, "%u further frame%s", value, value == 1 ? "" : "s");
-        else
-            snprintf(text, size, "no long exposure");
+        value = code * kLineUs - kOffsetUs;
         break;
     case Unit::AnalogGain:
-        if (value > 192)
-            snprintf(text, size, "beyond the gain table");
-        else
-            snprintf(text, size, "gain %.3f", AnalogGainOfCode(value));
+        value = AnalogGainOfCode(code);
+        stands = code <= 192;
         break;
     case Unit::DigitalGain:
-        snprintf(text, size, "gain %.3f", value / 8.0);
+        value = code / 8.0;
         break;
     case Unit::WhiteGain:
-        snprintf(text, size, "gain %.3f", WhiteGainOfCode(value));
+        value = WhiteGainOfCode(code);
         break;
     case Unit::Ev:
-        if (value < 6 || value > 26)
-            snprintf(text, size, "outside 6 to 26");
-        else
-            snprintf(text, size, "%+.2f EV", (static_cast<int>(value) - 16) * (value < 16 ? 0.25 : 0.2));
+        value = (static_cast<int>(code) - 16) * (code < 16 ? 0.25 : 0.2);
+        stands = code >= 6 && code <= 26;
         break;
     case Unit::LiveAnalogGain:
-        if (value > 0)
-            snprintf(text, size, "gain %.3f", 4096.0 / value);
+        value = code > 0 ? 4096.0 / code : 0.0;
+        stands = code > 0;
         break;
     case Unit::LiveDigitalGain:
-        snprintf(text, size, "gain %.3f", value / 32.0);
+        value = code / 32.0;
         break;
     case Unit::RawLevel:
-        snprintf(text, size, "%.1f %% of full scale", value / 40.96);
+        value = code / 40.96;
         break;
-    case Unit::DayNight:
-        snprintf(text, size, "%s", value != 0 ? "night" : "day");
-        break;
+    default:
+        stands = false;
     }
+    kel::DescribeCode(field.unit, code, stands ? &value : nullptr, text, size);
 }
 
 } // namespace sim

@@ -2,9 +2,12 @@
 //
 // What the registers of the camera processor are called and what their values
 // mean, for people: the trace, the dump, peek and poke. Names, bits and
-// units come from the register map; what a unit means is the chip's, written out here.
+// units come from the register map, the words for a value from base/fieldText.h; what a code stands for is the chip's,
+// computed here.
 #ifndef SIM_BOARD_REGISTERS_H
 #define SIM_BOARD_REGISTERS_H
+
+#include "base/fieldText.h"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -12,23 +15,7 @@
 namespace sim
 {
 
-/// How a field's code is to be understood: the units of the register map.
-enum class Unit : uint8_t {
-    Plain,
-    Switch,
-    SensorType,
-    Flicker,
-    Lines,
-    Frames,
-    AnalogGain,
-    DigitalGain,
-    WhiteGain,
-    Ev,
-    LiveAnalogGain,
-    LiveDigitalGain,
-    RawLevel,
-    DayNight
-};
+using kel::Unit;
 
 /// A named group of bits in one register, a 16-bit value in two, or a block of registers.
 struct Field {

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# bash completion for camStat, drvI2cTest, camConf, camSim and i2cErrPlot. bash-completion loads this file under the
+# bash completion for camStat, drvI2cTest, camConf, camCtl, camSim and i2cErrPlot. bash-completion loads this file under the
 # name of each program; it works without bash-completion's own functions, too.
 
 _camStat_words() { # the words that begin as the one under the cursor does
@@ -113,7 +113,7 @@ _camSim() {
         COMP_WORDS=("${COMP_WORDS[@]:i}")
         COMP_CWORD=$((COMP_CWORD - i))
         case $program in
-        camStat | drvI2cTest | camConf) "_$program" ;;
+        camStat | drvI2cTest | camConf | camCtl) "_$program" ;;
         *) _camStat_files ;;
         esac
         return
@@ -123,8 +123,29 @@ _camSim() {
     --library | --trace-json) _camStat_files ;;
     --sensor) _camStat_words '6 7' ;;
     --fault | --speed | --emulator) ;;
-    *) _camStat_words "$_camSim_commands $_camSim_options camStat camConf drvI2cTest" ;;
+    *) _camStat_words "$_camSim_commands $_camSim_options camStat camConf camCtl drvI2cTest" ;;
     esac
+}
+
+_camCtl() { # names come from the program itself, which needs no board for them
+    local word=${COMP_WORDS[COMP_CWORD]} program=${COMP_WORDS[0]} i
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        [[ ${COMP_WORDS[i]} == -* ]] || break
+    done
+    if [[ $word == -* ]]; then
+        _camStat_words '--json --retries --dry-run --hex --force --metrics --help --version'
+    elif [ "$i" -ge "$COMP_CWORD" ]; then
+        _camStat_words "$("$program" --help 2>/dev/null | sed -n 's/^  camCtl \([a-z]*\).*/\1/p')"
+    else
+        case ${COMP_WORDS[i]} in
+        list | get | set)
+            _camStat_words "all @live @ae @exposure @awb @picture @daynight @noise @other $("$program" list 2>/dev/null | cut -d ' ' -f 1)" ;;
+        led) _camStat_words 'on off' ;;
+        ircut) _camStat_words 'cut pass' ;;
+        expose) compopt -o nospace 2>/dev/null; _camStat_words 'shutter= again= dgain=' ;;
+        save | load | diff) _camStat_files ;;
+        esac
+    fi
 }
 
 _i2cErrPlot() {
@@ -140,3 +161,4 @@ complete -F _drvI2cTest drvI2cTest
 complete -F _camConf camConf
 complete -F _camSim camSim
 complete -F _i2cErrPlot i2cErrPlot
+complete -F _camCtl camCtl

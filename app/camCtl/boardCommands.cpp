@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+//
+// camCtl's commands on the pins of the board and on the exposure: led, ircut, reset, expose.
+#include "app/camCtl/camCtl.h"
+
+#include "kelisp/gpio.h"
+#include "kelisp/ispSensor.h"
+
+#include <errno.h>
+#include <string.h>
+
+namespace
+{
+
+using namespace camCtl;
+using cli::Arguments;
+
+struct LevelWord {
+    const char *word;
+    unsigned level;
+};
+
+/// Drives a pin to the level that the command's word stands for; the library's own line tells open from request.
+int Switch(const Arguments &arguments, const char *what, const LevelWord (&words)[2], int (*set)(unsigned))
+{
+    const char *given = arguments.words[0];
+    for (const LevelWord &row : words)
+        if (strcmp(row.word, given) == 0)
+            return set(row.level) == 0 ? cli::kDone : cli::Fail("/dev/gio");
+    return cli::FailWith(what, "%.40s is neither %s nor %s", given, words[0].word, words[1].word);
+}
+
+/// One of the values that `expose` takes, and the field that holds it.
+struct ExposureWord {
+    const char *name;
+    const char *field;
+};
+
+constexpr ExposureWord kExposureWords[] = {{"shutter", "MeExpTim"}, {"again", "MnlAgn"}, {"dgain", "MnlDgn"}};
+
+} // namespace
+
+int camCtl::Led(const Arguments &arguments)
+{
+    static constexpr LevelWord kWords[] = {{"on", 0}, {"off", 1}};
+    return Switch(arguments, "led", kWords, setIRL);
+}
+
+int camCtl::IrCut(const Arguments &arguments)
+{
+    static constexpr LevelWord kWords[] = {{"cut", 0}, {"pass", 1}};
+    return Switch(arguments, "ircut", kWords, SetICR);
+}
+
+int camCtl::Reset(const Arguments &)
+{
+    return ResetSensor() == 0 ? cli::kDone : cli::Fail("/dev/gio");
+}
+
+int camCtl::Expose(const Arguments &arguments)
+{
+    // The words are those of `set` under the names of the manual exposure; a shutter needs no long exposure.
+    static char words[3][64];
+    Arguments set = arguments;
+    for (int i = 0; i < arguments.count; ++i) {
+        const char *word = arguments.words[i];
+        const size_t length = strcspn(word, "=");
+        const char *field = nullptr;
+        for (const ExposureWord &row : kExposureWords)
+            if (strncmp(row.name, word, length) == 0 && row.name[length] == '\0' && word[length] == '=')
+                field = row.field;
+        if (field == nullptr)
+            return cli::FailWith("expose", "%.40s is none of shutter=TIME, again=GAIN, dgain=GAIN", word);
+        snprintf(words[i], sizeof(words[i]), "%s%s", field, word + length);
+        set.words[i] = words[i];
+    }
+    return Set(set);
+}
