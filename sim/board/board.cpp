@@ -58,7 +58,7 @@ bool IsSound(const FaultRule &rule)
     const bool hasTime =
         rule.effect == Effect::Delay || rule.effect == Effect::Busy || rule.effect == Effect::Back;
     return rule.text[sizeof(rule.text) - 1] == '\0' && rule.path[sizeof(rule.path) - 1] == '\0' &&
-           rule.effect <= Effect::ReadOnlyFlash && rule.error <= kMostErrno && rule.used <= 1 &&
+           rule.effect <= Effect::Kill && rule.error <= kMostErrno && rule.used <= 1 &&
            (rule.used == 0 || rule.error > 0) && !(hasTime && rule.value > kLongestUs);
 }
 

@@ -321,7 +321,7 @@ bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem)
     if (rule->calls == BitOf(Call::Reflect) && rule->effect == Effect::Fail)
         return Refuse(problem, "reflect takes stuck or busy=TIME, as in reflect:busy=40ms");
     return !(isState && (rule->effect == Effect::Delay || rule->effect == Effect::Kill)) ||
-           Refuse(problem, "delay and kill go with a call, as in fopen:delay=5ms or i2c.read:kill");
+           Refuse(problem, "delay and kill: each goes with a call, as in fopen:delay=5ms or i2c.read:kill");
 }
 
 bool AddFault(const FaultRule &rule, std::string *problem)
