@@ -3,7 +3,7 @@
 // The command line of programs with commands: parsing, usage and help, all from the program's tables.
 #include "app/shared/commandLine.h"
 
-#include "app/shared/startup.h"
+#include "app/shared/process.h"
 
 #include <errno.h>
 #include <stdarg.h>
@@ -170,10 +170,8 @@ int cli::FailWith(const char *what, const char *format, ...)
 
 int cli::RunProgram(const Program &program, int argc, char **argv)
 {
-    static char outputBuffer[1024];
     gProgram = &program;
-    camStat::HoldStandardDescriptors();
-    setvbuf(stdout, outputBuffer, _IOLBF, sizeof(outputBuffer));
+    camStat::SetUpStreams();
     const int status = Run(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return Fail("standard output");
