@@ -322,8 +322,8 @@ char *ResolvePath(const char *path, char *resolved, Real real)
     Place place;
     FindPlace(path, &place);
     char folder[PATH_MAX];
-    char *found = real(place.kind == NodeKind::None ? path : place.path, resolved);
-    if (found == nullptr || place.kind == NodeKind::None || real(gBoard.folder, folder) == nullptr ||
+    char *found = real(place.where == Place::Where::Pc ? path : place.path, resolved);
+    if (found == nullptr || place.where == Place::Where::Pc || real(gBoard.folder, folder) == nullptr ||
         !IsBelow(found, folder))
         return found;
     const char *inside = found + strlen(folder);
