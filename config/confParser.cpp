@@ -163,6 +163,17 @@ KeyMatch kel::ParseSetting(ImgCfgStatus *record, const char *key, const char *va
 
 // ---- Sources of settings
 
+void kel::LoadStream(ImgCfgStatus *record, FILE *file, Loading *loading)
+{
+    char line[kel::kLineSize];
+    while (kel::ReadLine(file, line) > 0) {
+        char *rest;
+        const char *key = strtok_r(line, kel::kKeyEnds, &rest);
+        if (key != nullptr && *key != '#')
+            ParseSetting(record, key, strtok_r(nullptr, kel::kValueEnds, &rest), loading);
+    }
+}
+
 int kel::LoadFile(ImgCfgStatus *record, const char *path, Loading *loading)
 {
     struct stat info;
@@ -173,13 +184,7 @@ int kel::LoadFile(ImgCfgStatus *record, const char *path, Loading *loading)
         return IMG_CFG_UNREADABLE;
     char buffer[4096];
     setvbuf(file, buffer, _IOFBF, sizeof(buffer));
-    char line[kel::kLineSize];
-    while (kel::ReadLine(file, line) > 0) {
-        char *rest;
-        const char *key = strtok_r(line, kel::kKeyEnds, &rest);
-        if (key != nullptr && *key != '#')
-            ParseSetting(record, key, strtok_r(nullptr, kel::kValueEnds, &rest), loading);
-    }
+    LoadStream(record, file, loading);
     fclose(file);
     return 0;
 }

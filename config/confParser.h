@@ -7,6 +7,8 @@
 
 #include "config/confKeys.h"
 
+#include <stdio.h>
+
 namespace kel
 {
 
@@ -19,6 +21,9 @@ struct Loading {
 
 /// ImgCfgParse; gives what the key was found to be.
 KeyMatch ParseSetting(ImgCfgStatus *record, const char *key, const char *value, Loading *loading);
+
+/// Applies the lines of a stream, up to its end or a read error.
+void LoadStream(ImgCfgStatus *record, FILE *file, Loading *loading);
 
 /// ImgCfgLoadFile.
 int LoadFile(ImgCfgStatus *record, const char *path, Loading *loading);

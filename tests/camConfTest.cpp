@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 
 namespace
@@ -211,6 +212,39 @@ TEST_F(CamConf, WatchAppliesDifferencesOnceAndIgnoresItsOwnRewriting)
     EXPECT_EQ(Count(ReadFile(trace), "write 0x"), writes + 2);
     EXPECT_EQ(Count(ReadFile(trace), "rename "), 2);
     EXPECT_EQ(Peek("Ygain") + Peek("RegCA_3"), "54\n1\n");
+}
+
+// However the content behind the path changes, and whatever stands there in between, also at the end.
+TEST_F(CamConf, WatchNoticesEveryChangeAndAlwaysEnds)
+{
+    const std::string path = board.Path(system_), folder = path.substr(0, path.rfind('/'));
+    const auto shell = [&](const std::string &text) {
+        EXPECT_EQ(system(("cd " + folder + ";" + text).c_str()), 0);
+    };
+    for (const char *end : {"mkfifo conf.img", "mkdir conf.img", "ln -s /dev/zero conf.img", ":"}) {
+        shell("rm -rf conf.img; echo IMG_FLIP=0 >conf.img");
+        Started watch(board.Command({"camConf", "watch"}));
+        ASSERT_TRUE(watch.AwaitOut("watching")) << watch.Err();
+        int times = 0;
+        for (const char *change :
+             {"echo IMG_FLIP=1 >new; mv new conf.img", "rm conf.img; mkfifo conf.img",
+              "rm conf.img; echo IMG_FLIP=0 >target; ln -s target conf.img", "echo IMG_FLIP=1 >target",
+              "truncate -s 0 target", "echo IMG_FLIP=1 >t2; ln -sf t2 conf.img",
+              "cp -r . ../away; cd ..; mv sysconf old; echo IMG_FLIP=0 >away/t2; mv away sysconf; rm -r "
+              "old"}) {
+            shell(change);
+            if (strstr(change, "mkfifo") != nullptr)
+                usleep(900 * 1000);
+            else
+                ASSERT_TRUE(watch.AwaitOut("IMG_FLIP: ", ++times)) << change << watch.Err();
+        }
+        shell(std::string("rm conf.img; ") + end);
+        usleep(900 * 1000);
+        kill(watch.Pid(), SIGTERM);
+        usleep(2000 * 1000);
+        EXPECT_EQ(kill(watch.Pid(), SIGKILL), 0);
+        EXPECT_EQ(watch.Wait().status, 0) << end; // it had ended already
+    }
 }
 
 } // namespace

@@ -12,12 +12,12 @@
 #include "kelisp/ispImageSet.h"
 
 #include <errno.h>
-#include <limits.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -43,15 +43,34 @@ struct Settings {
 
 constexpr kel::ConfField kGains[] = {&ImgCfgStatus::wbR, &ImgCfgStatus::wbB};
 
-/// LoadRecord, which notes what the file gives.
+/// Opens a regular file, and waits for nothing: a FIFO or a device in its place would hold the program up.
+FILE *OpenRegular(const char *path)
+{
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat info;
+    if (fd < 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        Fail(path, fd >= 0 ? "is no regular file" : nullptr);
+        if (fd >= 0)
+            close(fd);
+        return nullptr;
+    }
+    return fdopen(fd, "r");
+}
+
+/// Fills the record with the defaults, then from the file, and notes what the file gives. kOk, or kFailed after
+/// its message: what could not be read to its end must not reach the camera.
 int LoadGiven(const char *path, Settings *settings)
 {
-    if (CheckReadable(path) != kOk)
+    FILE *file = OpenRegular(path);
+    if (file == nullptr)
         return kFailed;
     ImgCfgDefault(&settings->values);
     settings->given = {};
     kel::Loading loading{&settings->given};
-    return kel::LoadFile(&settings->values, path, &loading) == 0 ? kOk : Fail(path);
+    kel::LoadStream(&settings->values, file, &loading);
+    const int status = ferror(file) == 0 ? kOk : Fail(path);
+    fclose(file);
+    return status;
 }
 
 /// Parses an option string like ImgCfgParseOptions, but refuses what that would ignore.
@@ -107,61 +126,44 @@ int ReportFailedSteps(int32_t errorsBefore)
 
 // ---- Watching a file
 
-/// The file to watch: an inotify descriptor on its folder, since a replaced file is a new one under the same
-/// name.
-struct WatchedFile {
-    const char *path;
-    const char *name; ///< without the folder
-    int fd = -1;
+/// What tells one content behind a path from another; zero for none. Looked at instead of listened for: so it
+/// does not matter how the content changes, by a rename, a link's target, another folder or a mount.
+struct Mark {
+    dev_t device = 0;
+    ino_t file = 0;
+    off_t size = 0;
+    timespec modified = {};
+    timespec changed = {};
 };
 
-int OpenWatch(WatchedFile *file)
+Mark MarkOf(const char *path)
 {
-    char folder[PATH_MAX];
-    if (!kel::FolderOf(file->path, folder))
-        return Fail(file->path, strerror(ENAMETOOLONG));
-    const char *slash = strrchr(file->path, '/');
-    file->name = slash != nullptr ? slash + 1 : file->path;
-    file->fd = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    if (file->fd < 0)
-        return Fail("inotify");
-    if (inotify_add_watch(file->fd, folder, IN_CLOSE_WRITE | IN_MOVED_TO | IN_ONLYDIR) < 0)
-        return Fail(folder);
-    return kOk;
+    struct stat info;
+    if (stat(path, &info) != 0)
+        return {};
+    return {info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
 }
 
-enum class Event { None, Changed, Lost };
-
-/// Takes all events that are there.
-Event TakeEvents(const WatchedFile &file)
+bool IsSame(const Mark &a, const Mark &b)
 {
-    alignas(inotify_event) char buffer[4096];
-    Event result = Event::None;
-    for (;;) {
-        const ssize_t size = read(file.fd, buffer, sizeof(buffer));
-        if (size <= 0)
-            return result;
-        for (ssize_t at = 0; at < size;) {
-            const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
-            at += static_cast<ssize_t>(sizeof(*event) + event->len);
-            if ((event->mask & (IN_IGNORED | IN_UNMOUNT)) != 0)
-                return Event::Lost;
-            if ((event->mask & IN_Q_OVERFLOW) != 0 || (event->len > 0 && strcmp(event->name, file.name) == 0))
-                result = Event::Changed;
-        }
-    }
+    const auto sameTime = [](const timespec &x, const timespec &y) {
+        return x.tv_sec == y.tv_sec && x.tv_nsec == y.tv_nsec;
+    };
+    return a.device == b.device && a.file == b.file && a.size == b.size && sameTime(a.modified, b.modified) &&
+           sameTime(a.changed, b.changed);
 }
+
+constexpr timespec kLookInterval = {0, 200 * 1000 * 1000};
 
 /// Applies settings and remembers in `last` what the file holds; `read` was read from it, and what the applier
 /// saved is in it as well by now.
-void ApplyFile(const WatchedFile &file, Camera &camera, const Settings &read, const Settings &wanted,
-               Settings *last)
+void ApplyFile(const char *path, Camera &camera, const Settings &read, const Settings &wanted, Settings *last)
 {
     const int32_t errorsBefore = giImgSetErrCount;
     const bool saved = ApplyTo(camera, wanted);
     ReportFailedSteps(errorsBefore);
     *last = read;
-    if (!saved || strcmp(file.path, IMG_CFG_SYSTEM_FILE) != 0)
+    if (!saved || strcmp(path, IMG_CFG_SYSTEM_FILE) != 0)
         return;
     for (const kel::ConfField gain : kGains)
         if (read.given.*gain != 0)
@@ -169,10 +171,10 @@ void ApplyFile(const WatchedFile &file, Camera &camera, const Settings &read, co
 }
 
 /// Applies what differs between the file as it was read last and as it is now.
-void ApplyChanges(const WatchedFile &file, Camera &camera, Settings *last)
+void ApplyChanges(const char *path, Camera &camera, Settings *last)
 {
     Settings now;
-    if (LoadGiven(file.path, &now) != kOk)
+    if (LoadGiven(path, &now) != kOk)
         return; // what was applied stays, until the file can be read again
     if (memcmp(&now, last, sizeof(now)) == 0)
         return;
@@ -190,20 +192,23 @@ void ApplyChanges(const WatchedFile &file, Camera &camera, Settings *last)
     if (now.values.wbSave == before.wbSave)
         wanted.values.wbSave = 0;
     PrintDifferences(before, now.values);
-    ApplyFile(file, camera, now, wanted, last);
+    ApplyFile(path, camera, now, wanted, last);
 }
 
-int WatchUntilStopped(const WatchedFile &file, Camera &camera, Settings *last, const sigset_t &waitMask)
+/// A new content counts once two looks in a row found it, so that a file is not read while it is written.
+int WatchUntilStopped(const char *path, Mark applied, Camera &camera, Settings *last,
+                      const sigset_t &waitMask)
 {
-    pollfd events = {file.fd, POLLIN, 0};
+    Mark before = applied;
     while (gStop == 0) {
-        if (ppoll(&events, 1, nullptr, &waitMask) < 0)
-            continue; // a signal
-        const Event event = TakeEvents(file);
-        if (event == Event::Lost)
-            return Fail(file.path, "its folder is gone");
-        if (event == Event::Changed)
-            ApplyChanges(file, camera, last);
+        if (ppoll(nullptr, 0, &kLookInterval, &waitMask) < 0 && errno != EINTR)
+            return Fail("waiting");
+        const Mark now = MarkOf(path);
+        if (!IsSame(now, applied) && IsSame(now, before)) {
+            applied = now;
+            ApplyChanges(path, camera, last);
+        }
+        before = now;
     }
     return kOk;
 }
@@ -246,25 +251,19 @@ int camConf::Apply(const Words &words)
 
 int camConf::Watch(const Words &words)
 {
-    WatchedFile file{words.count > 0 ? words.operands[0] : IMG_CFG_SYSTEM_FILE, nullptr};
+    const char *path = words.count > 0 ? words.operands[0] : IMG_CFG_SYSTEM_FILE;
     camStat::InstallStopHandler(OnStopSignal);
     const sigset_t waitMask = HoldStopSignals();
+    const Mark first = MarkOf(path); // before the first look inside, so that no change falls between
+    Settings read;
+    if (LoadGiven(path, &read) != kOk || camStat::StartBoard("camConf") != 0)
+        return kFailed;
+    Camera camera;
     Settings last;
-    int status = OpenWatch(&file); // before the first look, so that no change falls between
-    if (status == kOk)
-        status = LoadGiven(file.path, &last);
-    if (status == kOk && camStat::StartBoard("camConf") == 0) {
-        Camera camera;
-        const Settings first = last;
-        ApplyFile(file, camera, first, first, &last);
-        printf("watching %s\n", file.path);
-        fflush(stdout);
-        status = WatchUntilStopped(file, camera, &last, waitMask);
-        camStat::StopBoard();
-    } else {
-        status = kFailed;
-    }
-    if (file.fd >= 0)
-        close(file.fd);
+    ApplyFile(path, camera, read, read, &last);
+    printf("watching %s\n", path);
+    fflush(stdout);
+    const int status = WatchUntilStopped(path, first, camera, &last, waitMask);
+    camStat::StopBoard();
     return status;
 }
