@@ -166,8 +166,8 @@ TEST_F(CamCtl, FailuresNameWhatFailed)
         int status;
         std::string lastLine;
     } cases[] = {
-        {"open:path=/dev/dev_i2c", {"get", "MnlAgn"}, 2, "camCtl: /dev/dev_i2c: No such file or directory\n"},
-        {"i2c.read=ETIMEDOUT",
+        {"open:/dev/dev_i2c", {"get", "MnlAgn"}, 2, "camCtl: /dev/dev_i2c: No such file or directory\n"},
+        {"i2c.read:errno=ETIMEDOUT",
          {"get", "MnlAgn"},
          2,
          "camCtl: MnlAgn (0x37): read failed after 4 attempts: Connection timed out\n"},
@@ -191,7 +191,7 @@ TEST_F(CamCtl, FailuresNameWhatFailed)
         EXPECT_EQ(outcome.out, "");
         EXPECT_TRUE(outcome.err.ends_with(c.lastLine)) << outcome.err;
     }
-    const Outcome ill = Run({"doctor"}, {"--fault", "flash=readonly", "--fault", "i2c.read"});
+    const Outcome ill = Run({"doctor"}, {"--fault", "flash:readonly", "--fault", "i2c.read"});
     EXPECT_EQ(ill.status, 1);
     EXPECT_TRUE(Matches(ill.out, "link +FAIL: Input/output error; .*\nreset line +skipped: link failed\n"));
     EXPECT_TRUE(Matches(ill.out, "flash +FAIL: Read-only file system; "));

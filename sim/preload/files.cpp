@@ -300,10 +300,13 @@ SIM_WRAP_PATH(unlink, Call::Unlink, true, (const char *path), (onPc))
 SIM_WRAP_PATH(access, Call::Access, false, (const char *path, int mode), (onPc, mode))
 SIM_WRAP_PATH(stat, Call::Stat, false, (const char *path, void *status), (onPc, status))
 SIM_WRAP_PATH(stat64, Call::Stat, false, (const char *path, void *status), (onPc, status))
+SIM_WRAP_PATH(lstat, Call::Stat, false, (const char *path, void *status), (onPc, status))
+SIM_WRAP_PATH(lstat64, Call::Stat, false, (const char *path, void *status), (onPc, status))
 SIM_WRAP_PATH(inotify_add_watch, Call::Watch, false, (int inotify, const char *path, uint32_t mask),
               (inotify, onPc, mask))
 #if __TIMESIZE == 32
 SIM_WRAP_PATH(__stat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))
+SIM_WRAP_PATH(__lstat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))
 #endif
 
 SIM_WRAP(int, rename, (const char *from, const char *to))
