@@ -105,7 +105,7 @@ void ReadHead(const std::string &bytes, Binary *binary)
     binary->isStatic = true;
     for (size_t i = 0; i < head.e_phnum; ++i) {
         Segment segment = {};
-        const size_t at = head.e_phoff + i * sizeof(segment);
+        const size_t at = static_cast<size_t>(head.e_phoff) + i * sizeof(segment);
         if (at > bytes.size() || bytes.size() - at < sizeof(segment))
             break;
         memcpy(&segment, bytes.data() + at, sizeof(segment));
