@@ -100,7 +100,7 @@ TEST(Stress, OutlivesItsTerminalUnderNohup)
 TEST(Stress, AnInterruptOfTheShellIsForTheTest)
 {
     const SimBoard board;
-    ASSERT_EQ(board.Sim({"fault", "system:nth=1,delay=500ms"}).status, 0);
+    ASSERT_EQ(board.Sim({"fault", "system:nth=1,delay=3s"}).status, 0);
     Started test(board.Command({"camStat", "-t", "1", "3"}));
     while (!Matches(board.Sim({"fault", "list"}).out, " 1  system"))
         ASSERT_TRUE(test.Out().empty()) << test.Out();
