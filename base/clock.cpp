@@ -37,7 +37,8 @@ int GetMsFromStart(int64_t *out)
         puts("clock_gettime failed.");
         return status;
     }
-    *out = static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    // Unsigned, as all divisions of camStat: the target divides by a routine of 550 bytes for either kind.
+    *out = static_cast<int64_t>(now.tv_sec) * 1000 + static_cast<uint32_t>(now.tv_nsec) / 1000000;
     return 0;
 }
 

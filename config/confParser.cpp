@@ -27,10 +27,17 @@ using kel::Loading;
 
 constexpr size_t kRowCount = sizeof(kConfKeys) / sizeof(kConfKeys[0]);
 
+/// Length and last character of a text: few keys have both in common.
+constexpr uint16_t MarkOf(const char *text, size_t length)
+{
+    return static_cast<uint16_t>(length == 0 ? 0
+                                             : length << 8 | static_cast<unsigned char>(text[length - 1]));
+}
+
 struct KeyList {
     char text[512] = {};              ///< the keys joined by ';'
     int16_t position[kRowCount] = {}; ///< where each key begins; -1: it is not there
-    size_t length[kRowCount] = {};    ///< 0: not in the list
+    uint16_t mark[kRowCount] = {};    ///< of the whole key; 0: not in the list
     size_t size = 0;
 };
 
@@ -47,7 +54,7 @@ constexpr KeyList MakeKeyList()
         list.position[row] = static_cast<int16_t>(list.size);
         for (const char *c = kConfKeys[row].name; *c != '\0'; ++c)
             list.text[list.size++] = *c;
-        list.length[row] = list.size - static_cast<size_t>(list.position[row]);
+        list.mark[row] = MarkOf(kConfKeys[row].name, list.size - static_cast<size_t>(list.position[row]));
     }
     return list;
 }
@@ -62,8 +69,9 @@ static_assert(kKeyList.size == 464);
 KeyMatch kel::FindKey(const char *text)
 {
     const size_t length = strlen(text);
+    const uint16_t mark = MarkOf(text, length);
     for (size_t row = 0; row < kRowCount; ++row)
-        if (length > 0 && kKeyList.length[row] == length && memcmp(text, kConfKeys[row].name, length) == 0)
+        if (kKeyList.mark[row] == mark && mark != 0 && memcmp(text, kConfKeys[row].name, length) == 0)
             return {&kConfKeys[row], kKeyList.position[row]};
     const char *occurrence = strstr(kKeyList.text, text);
     if (occurrence == nullptr)
@@ -167,10 +175,10 @@ void kel::LoadStream(ImgCfgStatus *record, FILE *file, Loading *loading)
 {
     char line[kel::kLineSize];
     while (kel::ReadLine(file, line) > 0) {
-        char *rest;
-        const char *key = strtok_r(line, kel::kKeyEnds, &rest);
+        char *rest = line;
+        const char *key = kel::NextWord(&rest, kel::kKeyEnds);
         if (key != nullptr && *key != '#')
-            ParseSetting(record, key, strtok_r(nullptr, kel::kValueEnds, &rest), loading);
+            ParseSetting(record, key, kel::NextWord(&rest, kel::kValueEnds), loading);
     }
 }
 
@@ -179,7 +187,7 @@ int kel::LoadFile(ImgCfgStatus *record, const char *path, Loading *loading)
     struct stat info;
     if (stat(path, &info) != 0)
         return IMG_CFG_NO_FILE;
-    FILE *file = fopen(path, "r");
+    FILE *file = kel::OpenToRead(path);
     if (file == nullptr)
         return IMG_CFG_UNREADABLE;
     char buffer[4096];
@@ -221,17 +229,17 @@ int ImgCfgLoadSystem(ImgCfgStatus *record)
 
 int ImgCfgParseOptions(ImgCfgStatus *record, char *options)
 {
-    char *rest;
-    const char *key = strtok_r(options, kel::kOptionEnds, &rest);
+    char *rest = options;
+    const char *key = kel::NextWord(&rest, kel::kOptionEnds);
     while (key != nullptr) {
-        const char *value = strtok_r(nullptr, kel::kOptionEnds, &rest);
+        const char *value = kel::NextWord(&rest, kel::kOptionEnds);
         if (gfDebugFlag != 0)
             printf("[kel_isp] pcOpt = %s\tval = %s\n", key, value != nullptr ? value : "");
         Loading loading;
         const KeyMatch match = kel::ParseSetting(record, key, value, &loading);
         if (match.key != nullptr && match.key->action == KeyAction::LoopBreak)
             return -1;
-        key = strtok_r(nullptr, kel::kOptionEnds, &rest);
+        key = kel::NextWord(&rest, kel::kOptionEnds);
     }
     return 0;
 }

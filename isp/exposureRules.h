@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
 // The rules between lines or frames and microseconds that more than one file needs. They follow the timing in
-// gtSensorInfo. Internal to the room.
+// gtSensorInfo. Internal to the library and its programs.
 #ifndef CAMSTAT_ISP_EXPOSURE_RULES_H
 #define CAMSTAT_ISP_EXPOSURE_RULES_H
 
+#include "base/numbers.h"
 #include "kelisp/sensorInfo.h"
 
 namespace kel
@@ -26,6 +27,32 @@ inline double LineCodeToUs(uint16_t lines)
 inline double FramesToUs(uint8_t frames)
 {
     return LinesToUs(static_cast<double>(gtSensorInfo.fullHeight * (frames + 1) - 1));
+}
+
+/// What the two exposure registers hold.
+struct Exposure {
+    uint8_t frames;
+    uint16_t lines;
+};
+
+/// A long exposure: the nearest number of whole frames, less one, and the lines of all of them but the last
+/// line. Held at the longest exposure that both registers can express.
+inline Exposure LongExposure(double timeUs)
+{
+    constexpr uint32_t kMaxLongExpFrames = 127; // 7 bits
+    constexpr uint32_t kMaxLines = 65535;       // 16 bits
+    const SensorInfo &info = gtSensorInfo;
+    const double frameLines = info.fullHeight;
+    const double frames =
+        (timeUs + info.offsetTimeUs + info.lineTimeUs) / (info.lineTimeUs * frameLines) - 1.0 + 0.5;
+    const auto height = static_cast<uint32_t>(info.fullHeight);
+    uint32_t maxFrames = kMaxLongExpFrames;
+    if (height != 0 && (kMaxLines + 1) / height <= maxFrames)
+        maxFrames = (kMaxLines + 1) / height - 1;
+    uint32_t count = TruncateToUint32(frames);
+    if (count > maxFrames)
+        count = maxFrames;
+    return {static_cast<uint8_t>(count), static_cast<uint16_t>(height * (count + 1) - 1)};
 }
 
 } // namespace kel

@@ -23,9 +23,6 @@ constexpr double kMaxTotalGain = 253.501875; // 7.953 x 31.875
 
 constexpr int kMaxGainIndex = 7;
 
-constexpr uint32_t kMaxLongExpFrames = 127; // 7 bits
-constexpr uint32_t kMaxLines = 65535;       // 16 bits
-
 using CodeSetter = int (*)(const uint8_t *);
 using GainSetter = int (*)(double);
 
@@ -70,31 +67,7 @@ double TotalGainOfIndex(int index)
     return index < 0 || index > kMaxGainIndex ? 1.0 : static_cast<double>(2 << index);
 }
 
-/// What the two exposure registers hold.
-struct Exposure {
-    uint8_t frames;
-    uint16_t lines;
-};
-
-/// A long exposure: the nearest number of whole frames, less one, and the lines of all of them but the last
-/// line. Held at the longest exposure that both registers can express.
-Exposure LongExposure(double timeUs)
-{
-    const SensorInfo &info = gtSensorInfo;
-    const double frameLines = info.fullHeight;
-    const double frames =
-        (timeUs + info.offsetTimeUs + info.lineTimeUs) / (info.lineTimeUs * frameLines) - 1.0 + 0.5;
-    const auto height = static_cast<uint32_t>(info.fullHeight);
-    uint32_t maxFrames = kMaxLongExpFrames;
-    if (height != 0 && (kMaxLines + 1) / height <= maxFrames)
-        maxFrames = (kMaxLines + 1) / height - 1;
-    uint32_t count = kel::TruncateToUint32(frames);
-    if (count > maxFrames)
-        count = maxFrames;
-    return {static_cast<uint8_t>(count), static_cast<uint16_t>(height * (count + 1) - 1)};
-}
-
-Exposure ShortExposure(double timeUs)
+kel::Exposure ShortExposure(double timeUs)
 {
     const uint32_t lines =
         kel::TruncateToUint32((timeUs + gtSensorInfo.offsetTimeUs) / gtSensorInfo.lineTimeUs);
@@ -135,7 +108,8 @@ double GetMaxDgn(void)
 
 int SetMeExpTime(double timeUs)
 {
-    const Exposure exposure = timeUs > KEL_LONG_EXPOSURE_US ? LongExposure(timeUs) : ShortExposure(timeUs);
+    const kel::Exposure exposure =
+        timeUs > KEL_LONG_EXPOSURE_US ? kel::LongExposure(timeUs) : ShortExposure(timeUs);
     const int status = SetCode(KEL_NAMED(CXD3193AR_Set_LongExp), exposure.frames);
     return status < 0 ? status : SetCode(KEL_NAMED(CXD3193AR_Set_MeExpTim), exposure.lines);
 }

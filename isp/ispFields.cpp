@@ -2,6 +2,7 @@
 //
 // One accessor for every row of the register map. The rows differ only in data: a getter, a setter and a
 // readout do the work for all of them, and the accessors below are expanded from the map.
+#include "isp/fieldMasks.h"
 #include "kelisp/ispCXD3193AR.h"
 #include "kelisp/sensorInfo.h"
 
@@ -114,37 +115,16 @@ static_assert(SpansAscend(), "register map: words and blocks");
 
 // ---- Bits kept by the accessors that move several registers
 
-constexpr size_t kMaxBlock = 30;
-
-struct Masks {
-    uint8_t of[kMaxBlock];
-};
-
-constexpr Masks MakeMasks(size_t first, uint8_t firstMask, uint8_t restMask)
-{
-    Masks masks = {};
-    for (size_t i = 0; i < kMaxBlock; ++i)
-        masks.of[i] = i < first ? firstMask : restMask;
-    return masks;
-}
-
-// Under the names that the map uses.
-constexpr Masks whole = MakeMasks(0, 0, 0xFF);
-constexpr Masks blk55 = {{0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F}};
-constexpr Masks blk9D = MakeMasks(0, 0, 0x3F);
-constexpr Masks tbl30 = MakeMasks(3, 0x7F, 0x1F);
-constexpr Masks pairA4 = MakeMasks(1, 0x3F, 0x1F);
-constexpr Masks pairA8 = MakeMasks(0, 0, 0x7F);
+using namespace kel::masks;
 
 constexpr int kPairRegs = 2;
 constexpr int kTableRegs = 30;
-constexpr uint8_t kYGammaReg = 0x75;
 
 const Masks *PairMasks(uint8_t startReg)
 {
-    if (startReg >= 0xA4 && startReg <= 0xA7)
+    if (startReg >= kPairA4First && startReg < kPairA8First)
         return &pairA4;
-    return startReg >= 0xA8 && startReg <= 0xAB ? &pairA8 : nullptr;
+    return startReg >= kPairA8First && startReg <= kPairA8Last ? &pairA8 : nullptr;
 }
 
 void CopyMasked(uint8_t *to, const uint8_t *from, int count, const Masks &masks)

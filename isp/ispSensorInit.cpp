@@ -5,6 +5,7 @@
 
 #include "base/pause.h"
 #include "isp/ispSensorStep.h"
+#include "isp/sensorPresets.h"
 #include "kelisp/debugFlags.h"
 #include "kelisp/gpio.h"
 #include "kelisp/ispCXD3193AR.h"
@@ -14,24 +15,6 @@
 
 namespace
 {
-
-/// The timing of a sensor type; the fields are those of SensorInfo.
-struct Preset {
-    uint8_t cisType;
-    int32_t fullWidth, fullHeight;
-    int32_t validWidth, validHeight;
-    int32_t validStartX, validStartY;
-    uint32_t pixelClockHz;
-    double fps;        // pixelClockHz / (fullWidth x fullHeight)
-    double lineTimeUs; // fullWidth x 10^6 / pixelClockHz
-};
-
-constexpr Preset kPresets[] = {
-    {6, 1650, 1090, 1280, 1024, 78, 43, 54000000, 30.025020850708923, 30.555555555555557},
-    {7, 825, 552, 640, 512, 44, 25, 27000000, 59.28853754940712, 30.555555555555557},
-};
-
-constexpr double kOffsetTimeUs = 9.17; // the same for both types
 
 constexpr uint32_t kResetLowUs = 2000;
 constexpr uint32_t kResetSettleUs = 20000;
@@ -48,15 +31,15 @@ constexpr MirrorRead kMirrorReads[] = {
     {KEL_NAMED(CXD3193AR_Get_DyNgtOnH)},
 };
 
-const Preset *FindPreset(uint8_t cisType)
+const kel::SensorPreset *FindPreset(uint8_t cisType)
 {
-    for (const Preset &preset : kPresets)
+    for (const kel::SensorPreset &preset : kel::kSensorPresets)
         if (preset.cisType == cisType)
             return &preset;
     return nullptr;
 }
 
-void StorePreset(const Preset &preset)
+void StorePreset(const kel::SensorPreset &preset)
 {
     gtSensorInfo.fullWidth = preset.fullWidth;
     gtSensorInfo.fullHeight = preset.fullHeight;
@@ -67,7 +50,7 @@ void StorePreset(const Preset &preset)
     gtSensorInfo.fps = preset.fps;
     gtSensorInfo.pixelClockHz = preset.pixelClockHz;
     gtSensorInfo.lineTimeUs = preset.lineTimeUs;
-    gtSensorInfo.offsetTimeUs = kOffsetTimeUs;
+    gtSensorInfo.offsetTimeUs = kel::kOffsetTimeUs;
 }
 
 void PrintSensorInfo()
@@ -97,7 +80,7 @@ int SensorInit(void)
     int status = kel::ReadCode(KEL_NAMED(CXD3193AR_Get_CisType));
     if (status < 0)
         return status;
-    const Preset *preset = FindPreset(gtSensorInfo.cisType);
+    const kel::SensorPreset *preset = FindPreset(gtSensorInfo.cisType);
     if (preset == nullptr) {
         kel::ReportError("ispSensor", "[kel_isp] Sensor is not IMX076.\n");
         return KEL_SENSOR_REJECTED;

@@ -115,7 +115,8 @@ int ImgCfgParse(ImgCfgStatus *record, const char *key, const char *value);
  * taken in pieces of at most 255 characters; a zero byte ends the text of its piece.
  *
  * @return 0 once the file was open, IMG_CFG_NO_FILE when it does not
- *         exist, IMG_CFG_UNREADABLE when it cannot be opened
+ *         exist, IMG_CFG_UNREADABLE when it cannot be opened; a FIFO
+ *         or a device in its place counts so and is not waited for
  */
 int ImgCfgLoadFile(ImgCfgStatus *record, const char *path);
 

@@ -43,7 +43,7 @@ KEL_DECLS_BEGIN
 int sysconf_get(FILE *stream, const char *key, char *value);
 
 /**
- * sysconf_get of the file at `path`.
+ * sysconf_get of the file at `path`. A FIFO or a device there cannot be opened, and is not waited for.
  *
  * @return as sysconf_get; -1 also after "can not open sysconf file %s.\n"
  */
