@@ -18,8 +18,8 @@ Board gBoard;
 namespace
 {
 
-// A real kernel log is a ring; this one begins anew at a size that hours of faults do not reach.
-constexpr long kKernelLogLimit = 8L << 20;
+// A real kernel log is a ring; this one begins anew at a size that days of faults do not reach.
+constexpr long kKernelLogLimit = 64L << 20;
 
 // Used while there is no board, whose state holds the lock.
 uint32_t gNoBoardLock = 0;
@@ -171,6 +171,10 @@ void LogToKernel(const char *text)
         length = sizeof(line) - 1;
     host::WriteAll(fd, line, static_cast<size_t>(length));
     host::Close(fd);
+    if (gBoard.kernelLog >= 0) { // it stamps its lines by itself
+        const char *unstamped = strstr(line, "] ") + 2;
+        host::WriteAll(gBoard.kernelLog, unstamped, strlen(unstamped));
+    }
 }
 
 } // namespace sim

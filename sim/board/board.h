@@ -21,7 +21,9 @@ struct Board {
     char folder[4000] = {};
     uint64_t startNs = 0; ///< host's monotonic clock when this process began to use the board
     double speed = 1.0;   ///< board seconds in a second of the host
-    uint32_t run = 0;     ///< number of this run, for the rules that belong to it alone
+    int kernelLog =
+        -1; ///< descriptor of this machine's kernel log, which gets the board's lines, too; -1: it does not
+    uint32_t run = 0; ///< number of this run, for the rules that belong to it alone
 };
 
 extern Board gBoard;

@@ -14,7 +14,7 @@ namespace sim
 
 inline constexpr char kMagic[8] = {'c', 'a', 'm', 'S', 'i', 'm', '\n', '\x1a'};
 /// Changes with every change of BoardState, or of the numbers of calls in its rules: a board of another layout is refused, never misread.
-inline constexpr uint32_t kLayout = 2;
+inline constexpr uint32_t kLayout = 3;
 
 inline constexpr int kRegisters = 256;
 inline constexpr int kPins = 128;

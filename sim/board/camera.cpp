@@ -409,6 +409,14 @@ void DrivePin(BoardState &state, uint32_t pin, uint8_t level)
         PowerOnCamera(state);
 }
 
+const Signal *FindSignal(uint32_t pin)
+{
+    for (const Signal &signal : kSignals)
+        if (signal.pin == pin)
+            return &signal;
+    return nullptr;
+}
+
 bool IsHeldInReset(const BoardState &state)
 {
     return state.pins[kPinReset] == 0;

@@ -22,6 +22,31 @@ inline constexpr int kReflectLast = 0x22;
 /// Signals of the board, by GPIO number.
 enum Pin : uint32_t { kPinIrLed = 0, kPinIrCut = 35, kPinAlarm = 86, kPinReset = 91 };
 
+/// A signal in words: what `camSim pins` takes and shows for its levels 0 and 1, and what the trace tells of them.
+struct Signal {
+    const char *name;
+    uint32_t pin;
+    const char *words[2];
+    const char *told[2];
+    const char *meaning;
+    const char *note;
+};
+
+inline constexpr Signal kSignals[] = {
+    {"led", kPinIrLed, {"on", "off"}, {"on", "off"}, "IR LEDs", ""},
+    {"ircut",
+     kPinIrCut,
+     {"IR_CUT", "IR_PASS"},
+     {"IR_CUT (day)", "IR_PASS (night)"},
+     "IR-cut filter",
+     "; IR_CUT is day, IR_PASS night"},
+    {"alarm", kPinAlarm, {"low", "high"}, {"low", "high"}, "alarm input", "; high is an alarm"},
+    {"reset", kPinReset, {"held", "running"}, {"held in reset", "running"}, "sensor reset line", ""},
+};
+
+/// The signal on a pin; null for a pin without a name.
+const Signal *FindSignal(uint32_t pin);
+
 /// Values that a write to the manual registers took over from the automatic exposure (Live::forced).
 enum ForcedPart : uint32_t { kForcedExposure = 1, kForcedAnalog = 2, kForcedDigital = 4 };
 

@@ -217,10 +217,11 @@ Mapped HasMapped(uint32_t id, const void *address)
     });
 }
 
-void KillThis()
+void Kill(uint32_t process)
 {
-    for (;;)
-        syscall(SYS_kill, static_cast<long>(ProcessId()), static_cast<long>(SIGKILL));
+    do {
+        syscall(SYS_kill, static_cast<long>(process), static_cast<long>(SIGKILL));
+    } while (process == ProcessId());
 }
 
 } // namespace sim::host

@@ -45,8 +45,8 @@ enum class Mapped { No, Yes, Unknown };
 /// Whether the process of this thread has mapped the file
 /// that this process has mapped at `address`; Unknown where it cannot be looked up.
 Mapped HasMapped(uint32_t id, const void *address);
-/// Ends this process at once, with nothing flushed.
-[[noreturn]] void KillThis();
+/// Ends a process at once, with nothing flushed; returns only for another one than this.
+void Kill(uint32_t process);
 
 } // namespace sim::host
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // What the registers of the camera processor are called and what their values
-// mean, for people: the trace, the dump, peek and poke. Names, bits and
+// mean, for people: the trace and the scene. Names, bits and
 // units come from the register map, the words for a value from base/fieldText.h; what a code stands for is the chip's,
 // computed here.
 #ifndef SIM_BOARD_REGISTERS_H

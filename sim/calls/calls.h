@@ -30,7 +30,6 @@ namespace sim
     SIM_CALL(Unlink, "unlink", EIO, "unlink")                                                                \
     SIM_CALL(Stat, "stat", EACCES, "stat")                                                                   \
     SIM_CALL(Access, "access", EACCES, "access")                                                             \
-    SIM_CALL(Watch, "watch", ENOSPC, "inotify_add_watch")                                                    \
     SIM_CALL(System, "system", EAGAIN, "the kernel-log commands given to system")                            \
     SIM_CALL(Clock, "clock", EINVAL, "clock_gettime")                                                        \
     SIM_CALL(Time, "time", EFAULT, "time, gettimeofday")                                                     \

@@ -21,6 +21,7 @@ struct Event {
     int callersErrno; ///< kept when the call succeeds
     Call call;
     int fd;
+    uint32_t process = 0;     ///< that makes the call; 0 for this one
     const char *path;         ///< node or file on the board, as the program names it
     const char *request = ""; ///< what a request asks for, in words
     const char *text = "";    ///< fopen mode, second path, command

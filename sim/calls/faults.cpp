@@ -116,7 +116,7 @@ bool InjectFault(Event &event)
             return effect == Effect::Fail || effect == Effect::Delay || effect == Effect::Kill;
         });
         if (rule != nullptr && rule->effect == Effect::Kill)
-            host::KillThis();
+            host::Kill(event.process != 0 ? event.process : host::ProcessId());
         if (rule != nullptr && rule->effect == Effect::Delay) {
             delayUs = rule->value;
         } else if (rule != nullptr) {

@@ -55,7 +55,7 @@ void FindTransferLists(Request &request)
     Part &regs = request.lists[0];
     Part &values = request.lists[1];
     memcpy(&regs.address, request.record.bytes + request.pointerSize, request.pointerSize);
-    memcpy(&values.address, request.record.bytes + 2 * request.pointerSize, request.pointerSize);
+    memcpy(&values.address, request.record.bytes + size_t{2} * request.pointerSize, request.pointerSize);
     regs.size = regs.address != 0 ? transfer.count : 0;
     regs.isFetched = true;
     values.size = values.address != 0 && IsValid(transfer) ? transfer.count * transfer.dataSize : 0;
@@ -159,7 +159,7 @@ void ServeTransfer(Event &event, Request &request)
     event.dataSize = static_cast<uint8_t>(transfer.dataSize);
     event.targets = transfer.regs;
     event.targetCount = request.lists[0].size;
-    event.reg[0] = event.targetCount > 0 ? transfer.regs[0] : uint8_t{0};
+    event.reg[0] = hasRecord && event.targetCount > 0 ? transfer.regs[0] : uint8_t{0};
     if (InjectFault(event)) {
         const BoardLock lock;
         LogTransferError(event, "transfer error");

@@ -66,6 +66,11 @@ void FindPlace(const char *path, Place *place)
     }
 }
 
+std::span<const Device> AllDevices()
+{
+    return kDevices;
+}
+
 void FindRecord(const Device &device, Request &request)
 {
     for (const RequestKind &kind : device.driver->requests)

@@ -93,6 +93,8 @@ struct Place {
 
 void FindPlace(const char *path, Place *place);
 
+std::span<const Device> AllDevices();
+
 /// Finds the request's kind, and the record to fetch.
 void FindRecord(const Device &device, Request &request);
 /// Finds the lists to fetch, once the record is there.

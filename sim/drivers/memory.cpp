@@ -238,7 +238,7 @@ void Answer(Event &event, const Request &request)
 
 void ServeMemory(Event &event, Request &request)
 {
-    event.wordCount = request.record.size / sizeof(uint32_t);
+    event.wordCount = static_cast<uint32_t>(request.record.size / sizeof(uint32_t));
     if (request.record.address == 0) {
         Fail(event, EFAULT);
         return;

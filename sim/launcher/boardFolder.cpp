@@ -106,7 +106,7 @@ constexpr TextFile kTextFiles[] = {{"sysconf/conf.img", kConfiguration},
                                    {"proc/driver/rtc", kRealTimeClock},
                                    {"kernel.log", kKernelLog}};
 
-constexpr const char *kFolders[] = {"mnt/nand", "sysconf", "defconf", "proc/driver"};
+constexpr const char *kSubfolders[] = {"mnt/nand", "sysconf", "defconf", "proc/driver"};
 
 // What a reset takes away: only what a board consists of,
 // should somebody have put a board into a folder of theirs.
@@ -177,7 +177,7 @@ void CreateState(const fs::path &folder)
 
 void CreateFiles(const fs::path &folder)
 {
-    for (const char *part : kFolders)
+    for (const char *part : kSubfolders)
         fs::create_directories(folder / part);
     for (const TextFile &file : kTextFiles)
         CreateFile(folder / file.name, file.content);

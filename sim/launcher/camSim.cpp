@@ -39,6 +39,7 @@ constexpr Option kOptions[] = {
     {"--emulator", "COMMAND",
      "run a foreign program by an emulator, as in 'qemu-arm -L /usr/arm-linux-gnueabi'"},
     {"--library", "FILE", "the library that stands in for the board, if not found by itself"},
+    {"--dev", "DIR", "serve: the folder of the nodes, /dev without it", true},
     {"--help", "", "this text; after a command, that command's"},
     {"--version", "", "the version"},
 };
@@ -145,6 +146,9 @@ bool TakeOption(const Option &option, const std::string &value, CommandLine *lin
         options.emulator = value;
     } else if (name == "--library") {
         options.library = value;
+    } else if (name == "--dev") {
+        options.devices = value;
+        return !value.empty();
     } else {
         line->wantsHelp = line->wantsHelp || name == "--help";
         line->wantsVersion = line->wantsVersion || name == "--version";
@@ -236,29 +240,42 @@ int Perform(CommandLine line)
         PrintCommandHelp(*command);
         return 0;
     }
-    if (command != nullptr && !line.lastOptionOfProgram.empty())
+    const bool isServe = command != nullptr && command->run == nullptr;
+    if (isServe && !words.empty())
+        return Complain(kUsageStatus, "serve takes no words; `camSim serve --help` tells more");
+    if (!isServe && !line.options.devices.empty())
+        return Complain(kUsageStatus, "--dev goes with serve");
+    if (command != nullptr && !isServe && !line.lastOptionOfProgram.empty())
         return RefuseForCommand(line.lastOptionOfProgram, *command);
     line.options.board = ChooseBoard(line.options.board);
     if (line.options.board.empty())
         return Complain(kUsageStatus, "without HOME, name the board's folder: --board DIR, or CAMSIM_BOARD");
-    const bool isReset = command != nullptr && std::string(command->name) == "reset";
+    const bool isReset =
+        command != nullptr && command->run != nullptr && std::string(command->name) == "reset";
     if (isReset && !words.empty())
         return command->run(words);
     if (!(isReset ? ResetBoard : UseBoard)(line.options.board, line.wantsNewBoard, &problem))
         return Complain(1, "%s", problem.c_str());
     if (!line.sensor.empty())
         FindCommand("scene")->run({"sensor=" + line.sensor});
-    return command != nullptr ? command->run(words) : RunProgram(line.options, line.rest);
+    return isServe              ? ServeBoard(line.options)
+           : command != nullptr ? command->run(words)
+                                : RunProgram(line.options, line.rest);
 }
 
-// `camSim trace PROGRAM` is what --trace is for those who expect a command.
-int TakeTraceWord(CommandLine *line)
+// `camSim trace PROGRAM` is what --trace is for those who expect a command; serve takes options behind it, too.
+int TakeOptionsBehind(CommandLine *line)
 {
-    if (line->rest.empty() || line->isProgram || line->rest[0] != "trace")
+    const std::string word = line->rest.empty() || line->isProgram ? "" : line->rest[0];
+    if ((word != "trace" && word != "serve") || AsksForHelp(line->rest))
         return 0;
     Words words(line->rest.begin() + 1, line->rest.end());
-    words.insert(words.begin(), "--trace");
-    return ParseOptions(words, line);
+    if (word == "trace")
+        words.insert(words.begin(), "--trace");
+    const int status = ParseOptions(words, line);
+    if (word == "serve")
+        line->rest.insert(line->rest.begin(), word);
+    return status;
 }
 
 int Run(const Words &words)
@@ -266,7 +283,7 @@ int Run(const Words &words)
     CommandLine line;
     line.options.speed = "1";
     int status = ParseOptions(words, &line);
-    status = status != 0 ? status : TakeTraceWord(&line);
+    status = status != 0 ? status : TakeOptionsBehind(&line);
     if (status != 0)
         return status;
     if (line.wantsVersion) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Looking at a board and changing it by hand: registers, pins, scene, fault rules.
+// Looking at a board and changing it by hand: pins, scene, fault rules. Registers are camCtl's business.
 #include "sim/launcher/commands.h"
 
 #include "sim/board/board.h"
@@ -31,18 +31,7 @@ void CopyRegisters(uint8_t (&registers)[kRegisters + 1])
     registers[kRegisters] = 0;
 }
 
-// ---- Dump
-
-void PrintTable(const uint8_t *registers)
-{
-    printf("      0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F\n");
-    for (int row = 0; row < kRegisters; row += 16) {
-        printf("0x%02X ", row);
-        for (int column = 0; column < 16; ++column)
-            printf(" %02X", registers[row + column]);
-        printf("\n");
-    }
-}
+// ---- Fields
 
 std::string BitsOf(const Field &field)
 {
@@ -54,197 +43,32 @@ std::string BitsOf(const Field &field)
                                                : high + ":" + std::to_string(field.low);
 }
 
-std::string ValueOf(const Field &field, const uint8_t *registers)
+/// A readout of one or two registers.
+void PrintField(const Field &field, const uint8_t *registers)
 {
-    std::string text;
-    if (field.registers <= 2)
-        return std::to_string(FieldValue(field, registers));
-    for (int i = 0; i < field.registers; ++i)
-        text += (i == 0 ? "" : " ") + std::to_string(registers[field.reg + i]);
-    return text;
-}
-
-void PrintField(const Field &field, const uint8_t *registers, bool firstOfRegister)
-{
-    char address[16] = "";
+    const bool isWord = field.registers > 1;
+    char address[16];
     char content[8] = "";
-    if (firstOfRegister) {
-        snprintf(address, sizeof(address), field.registers > 1 ? "0x%02X-0x%02X" : "0x%02X", field.reg,
-                 field.reg + field.registers - 1);
-        snprintf(content, sizeof(content), field.registers > 1 ? "%.0d" : "0x%02X",
-                 field.registers > 1 ? 0 : registers[field.reg]);
-    }
-    char value[80] = "";
-    if (field.registers <= 2)
-        DescribeValue(field, FieldValue(field, registers), value, sizeof(value));
-    std::string note = value;
-    note += note.empty() || field.meaning[0] == '\0' ? "" : "; ";
-    note += field.meaning;
-    printf("%-9s  %-4s  %-3s  %-12s %6s%s%s\n", address, content, BitsOf(field).c_str(), field.name,
-           ValueOf(field, registers).c_str(), note.empty() ? "" : "  ", note.c_str());
-}
-
-int Dump(const Words &words)
-{
-    uint8_t registers[kRegisters + 1];
-    if (words.size() > 1 || (words.size() == 1 && words[0] != "--hex"))
-        return Complain(kUsageStatus, "dump takes --hex or nothing; `camSim peek NAME` shows a single field");
-    CopyRegisters(registers);
-    if (!words.empty()) {
-        PrintTable(registers);
-        return 0;
-    }
-    bool told[kRegisters + 64] = {};
-    printf("Register   Byte  Bits Field         Value  Meaning\n");
-    for (int reg = 0; reg < kRegisters; ++reg) {
-        bool first = true;
-        for (const Field *field = FieldsBegin(); field != FieldsEnd(); ++field) {
-            // Blocks whose registers have fields of their own are shown by those.
-            const bool isBlockOfFields = field->registers > 2 && strcmp(field->name, "Blk55") == 0;
-            if (field->reg == reg && !isBlockOfFields) {
-                PrintField(*field, registers, first);
-                first = false;
-                std::fill_n(told + reg, field->registers, true);
-            }
-        }
-        if (!told[reg] && registers[reg] != 0)
-            printf("0x%02X       0x%02X\n", reg, registers[reg]);
-    }
-    printf("Registers that are not listed have no name and hold 0.\n");
-    return 0;
-}
-
-// ---- Peek, poke
-
-// A field by name, or a whole register by address.
-struct Target {
-    const Field *field = nullptr;
-    uint32_t reg = 0;
-};
-
-Words FieldNames()
-{
-    Words names;
-    for (const Field *field = FieldsBegin(); field != FieldsEnd(); ++field)
-        names.push_back(field->name);
-    return names;
-}
-
-bool FindTarget(const std::string &word, Target *target)
-{
-    target->field = FindField(word.c_str());
-    if (target->field != nullptr || ParseNumber(word, 0, kRegisters - 1, &target->reg))
-        return true;
-    const std::string nearest = NearestWord(word, FieldNames());
-    Complain(kUsageStatus,
-             "there is no register '%s'%s%s%s; `camSim dump` lists all names, addresses go from 0x00 to 0xFF",
-             word.c_str(), nearest.empty() ? "" : "; did you mean ", nearest.c_str(),
-             nearest.empty() ? "" : "?");
-    return false;
-}
-
-int Peek(const Words &words)
-{
-    uint8_t registers[kRegisters + 1];
-    if (words.empty()) {
-        return Complain(kUsageStatus,
-                        "peek takes a field name or an address, as in `camSim peek MnlAgn 0x37`");
-    }
-    CopyRegisters(registers);
-    for (const std::string &word : words) {
-        Target target;
-        if (!FindTarget(word, &target))
-            return kUsageStatus;
-        if (target.field != nullptr)
-            printf("%s\n", ValueOf(*target.field, registers).c_str());
-        else
-            printf("0x%02X\n", registers[target.reg]);
-    }
-    return 0;
-}
-
-// As a write over the bus, but at once: no register stays busy.
-void WriteNow(uint32_t reg, uint32_t value)
-{
-    WriteRegister(*gBoard.state, static_cast<uint8_t>(reg), static_cast<uint8_t>(value), 0, 1.0);
-}
-
-void WriteField(const Field &field, uint32_t value)
-{
-    const uint32_t mask = ((2U << (field.high - field.low)) - 1U) << field.low;
-    const uint32_t old = gBoard.state->registers[field.reg];
-    WriteNow(field.reg, (old & ~mask) | (value << field.low));
-    if (field.registers == 2)
-        WriteNow(field.reg + 1U, value >> 8);
-}
-
-int Poke(const Words &words)
-{
-    Target target;
-    if (words.size() != 2) {
-        return Complain(kUsageStatus, "poke takes a register and a value, as in `camSim poke MnlAgn 64` or "
-                                      "`camSim poke 0x37 0x40`");
-    }
-    if (!FindTarget(words[0], &target))
-        return kUsageStatus;
-    const uint32_t reg = target.field != nullptr ? target.field->reg : target.reg;
-    if (reg >= kReadoutsFirst && reg <= kReflectLast) {
-        return Complain(kUsageStatus,
-                        "%s is a readout, which follows the settings and the scene: try `camSim scene "
-                        "light=20`, or poke MeExpTim, MnlAgn, MnlDgn, MwbR or MwbB",
-                        words[0].c_str());
-    }
-    if (target.field != nullptr && target.field->registers > 2) {
-        return Complain(kUsageStatus, "%s has %u registers from 0x%02X: poke them one by one",
-                        words[0].c_str(), target.field->registers, reg);
-    }
-    const uint32_t most =
-        target.field != nullptr ? (2U << (target.field->high - target.field->low)) - 1U : 0xFF;
-    uint32_t value = 0;
-    if (!ParseNumber(words[1], 0, most, &value)) {
-        return Complain(kUsageStatus, "'%s' is no value for %s: it takes 0 to %u (0x%X)", words[1].c_str(),
-                        words[0].c_str(), most, most);
-    }
-    const BoardLock lock;
-    UpdateCamera(*gBoard.state, host::MonotonicNs(), 1.0);
-    if (target.field != nullptr)
-        WriteField(*target.field, value);
-    else
-        WriteNow(reg, value);
-    return 0;
+    snprintf(address, sizeof(address), isWord ? "0x%02X-0x%02X" : "0x%02X", field.reg,
+             field.reg + field.registers - 1);
+    if (!isWord)
+        snprintf(content, sizeof(content), "0x%02X", registers[field.reg]);
+    const uint32_t code = FieldValue(field, registers);
+    char value[80];
+    DescribeValue(field, code, value, sizeof(value));
+    printf("%-9s  %-4s  %-3s  %-12s %6u  %s%s%s\n", address, content, BitsOf(field).c_str(), field.name, code,
+           value, value[0] != '\0' ? "; " : "", field.meaning);
 }
 
 // ---- Pins
 
-struct Signal {
-    const char *name;
-    uint32_t pin;
-    const char *low;
-    const char *high;
-    const char *meaning;
-};
-
-constexpr Signal kSignals[] = {
-    {"led", kPinIrLed, "on", "off", "IR LEDs"},
-    {"ircut", kPinIrCut, "IR_CUT", "IR_PASS", "IR-cut filter; IR_CUT is day, IR_PASS night"},
-    {"alarm", kPinAlarm, "low", "high", "alarm input; high is an alarm"},
-    {"reset", kPinReset, "held", "running", "sensor reset line"},
-};
-
-const Signal *FindSignal(uint32_t pin)
-{
-    const Signal *found =
-        std::find_if(std::begin(kSignals), std::end(kSignals), [&](const Signal &s) { return s.pin == pin; });
-    return found == std::end(kSignals) ? nullptr : found;
-}
-
-struct PinLevel {
+struct PinSetting {
     uint32_t pin;
     uint32_t level;
 };
 
 // SIGNAL=LEVEL: a signal's name or a pin's number; 0, 1, or the word that is shown for it.
-bool ParsePinLevel(const std::string &word, PinLevel *wanted)
+bool ParsePinLevel(const std::string &word, PinSetting *wanted)
 {
     const size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
@@ -257,8 +81,8 @@ bool ParsePinLevel(const std::string &word, PinLevel *wanted)
         }
     }
     const Signal *signal = isPin ? FindSignal(wanted->pin) : nullptr;
-    wanted->level = signal != nullptr && level == signal->high ? 1 : 0;
-    return isPin && ((signal != nullptr && (level == signal->low || level == signal->high)) ||
+    wanted->level = signal != nullptr && level == signal->words[1] ? 1 : 0;
+    return isPin && ((signal != nullptr && (level == signal->words[0] || level == signal->words[1])) ||
                      ParseNumber(level, 0, 1, &wanted->level));
 }
 
@@ -268,8 +92,8 @@ void PrintPins()
     printf("Signal  Pin  Level  Meaning\n");
     for (const Signal &signal : kSignals) {
         const uint8_t level = gBoard.state->pins[signal.pin];
-        printf("%-6s  %3u  %5u  %-13s  (%s)\n", signal.name, signal.pin, level,
-               level == 0 ? signal.low : signal.high, signal.meaning);
+        printf("%-6s  %3u  %5u  %-13s  (%s%s)\n", signal.name, signal.pin, level, signal.words[level & 1U],
+               signal.meaning, signal.note);
     }
     for (uint32_t pin = 0; pin < kPins; ++pin)
         if (FindSignal(pin) == nullptr && gBoard.state->pins[pin] != 0)
@@ -280,15 +104,15 @@ std::string PinWords()
 {
     std::string words;
     for (const Signal &signal : kSignals)
-        words += std::string(signal.name) + "=" + signal.low + " or " + signal.high + ", ";
+        words += std::string(signal.name) + "=" + signal.words[0] + " or " + signal.words[1] + ", ";
     return words;
 }
 
 int Pins(const Words &words)
 {
-    std::vector<PinLevel> wanted;
+    std::vector<PinSetting> wanted;
     for (const std::string &word : words) {
-        PinLevel pin = {};
+        PinSetting pin = {};
         if (!ParsePinLevel(word, &pin))
             return Complain(kUsageStatus, "'%s' sets no pin: write %sor a pin number below %d, and 0 or 1",
                             word.c_str(), PinWords().c_str(), kPins);
@@ -297,7 +121,7 @@ int Pins(const Words &words)
     if (words.empty())
         PrintPins();
     const BoardLock lock;
-    for (const PinLevel &pin : wanted)
+    for (const PinSetting &pin : wanted)
         DrivePin(*gBoard.state, pin.pin, static_cast<uint8_t>(pin.level));
     return 0;
 }
@@ -316,7 +140,7 @@ void PrintScene()
     printf("\nThe camera sees it with:\n");
     for (const char *name :
          {"ExpTime", "LngExpFrm", "AnlGain", "DgtlGain", "WbrGain", "WbbGain", "RawAvg", "DnStatus"})
-        PrintField(*FindField(name), registers, true);
+        PrintField(*FindField(name), registers);
 }
 
 bool SetScene(Scene *scene, const std::string &key, const std::string &value)
@@ -421,15 +245,6 @@ int Reset(const Words &words)
                           "reset takes no words; `camSim fault clear` removes the fault rules alone");
 }
 
-constexpr char kDumpHelp[] =
-    "Shows every register that has a name, with its fields, their values and what they mean.\n"
-    "--hex shows all 256 registers as a table of bytes instead.\n";
-constexpr char kPeekHelp[] =
-    "Prints the values alone, one a line: decimal for a field, hexadecimal for an address.\n"
-    "Example: camSim peek ExpTime AnlGain 0x37\n";
-constexpr char kPokeHelp[] =
-    "Writes as the bus would, but at once: no register stays busy. Live readouts cannot be poked.\n"
-    "Examples: camSim poke AeSwitch 0; camSim poke 0x37 0x40\n";
 constexpr char kPinsHelp[] =
     "Without words, shows the board's signals. SIGNAL is led, ircut, alarm, reset or a pin number; LEVEL is\n"
     "0, 1 or the word that is shown for it, as in `camSim pins led=on ircut=IR_PASS alarm=high "
@@ -446,14 +261,23 @@ constexpr char kSceneHelp[] =
     "  reflect=TIME         how long written settings stay busy, as in 12ms\n"
     "Exposure, gains and day/night status follow within some frames.\n";
 
+constexpr char kServeHelp[] =
+    "Offers /dev/dev_i2c, /dev/gio, /dev/cmem and /dev/csl1 to csl9 to every program on this machine, static "
+    "ones "
+    "too,\n"
+    "until SIGTERM or SIGINT; then the nodes are gone. Needs root, and a kernel with CUSE (modprobe cuse).\n"
+    "  --dev DIR   the nodes are in this folder, as for a chroot\n"
+    "--fault, --trace and --trace-json are for whatever programs do to the nodes. Only what reaches a driver "
+    "is "
+    "seen:\n"
+    "not what the kernel does by itself (mapping memory, descriptor flags), nor files, pauses and clocks.\n";
+
 constexpr Command kCommands[] = {
-    {"dump", "[--hex]", "all registers of the camera, decoded", kDumpHelp, Dump},
-    {"peek", "NAME|ADDRESS...", "values of fields or registers", kPeekHelp, Peek},
-    {"poke", "NAME|ADDRESS VALUE", "sets a field or register", kPokeHelp, Poke},
     {"pins", "[SIGNAL=LEVEL...]", "the board's pins, or sets them", kPinsHelp, Pins},
     {"scene", "[KEY=VALUE...]", "the light on the scene, or sets it", kSceneHelp, ShowOrSetScene},
     {"fault", "RULE...|list|clear [NUMBER]", "makes device calls fail", "", Fault},
     {"reset", "", "makes the board as new", kResetHelp, Reset},
+    {"serve", "[--dev DIR]", "offers the board as device nodes", kServeHelp, nullptr},
 };
 
 size_t Distance(const std::string &a, const std::string &b)

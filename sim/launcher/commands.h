@@ -20,8 +20,8 @@ struct Command {
     const char *name;
     const char *arguments;
     const char *summary;
-    const char *help; ///< what `camSim COMMAND --help` adds
-    int (*run)(const Words &words);
+    const char *help;               ///< what `camSim COMMAND --help` adds
+    int (*run)(const Words &words); ///< null for serve, which takes the options of a program
 };
 
 /// The command with this name; null when there is none.

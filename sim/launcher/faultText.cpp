@@ -30,8 +30,7 @@ struct Alias {
     const char *call;
 };
 
-constexpr Alias kAliases[] = {
-    {"slave", "i2c.select"}, {"creat", "open"}, {"nanosleep", "sleep"}, {"usleep", "sleep"}};
+constexpr Alias kAliases[] = {{"slave", "i2c.select"}, {"nanosleep", "sleep"}, {"usleep", "sleep"}};
 
 bool Refuse(std::string *problem, const std::string &text)
 {

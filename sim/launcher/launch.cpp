@@ -7,6 +7,7 @@
 #include "sim/board/board.h"
 #include "sim/board/host.h"
 #include "sim/launcher/faultText.h"
+#include "sim/serve/serve.h"
 #include "sim/trace/trace.h"
 
 #include <elf.h>
@@ -157,7 +158,7 @@ int CheckFit(const fs::path &program, const fs::path &library, bool isEmulated)
     return binary.isElf && binary.isStatic
                ? Complain(kNotRunStatus,
                           "%s is a static program, which loads no library, so nothing would stand in for the "
-                          "board: link it dynamically",
+                          "board: link it dynamically, or offer it device nodes (camSim serve)",
                           program.c_str())
                : 0;
 }
@@ -197,7 +198,7 @@ fs::path WithoutCuts(const fs::path &library)
     char folder[] = "/tmp/camSim.XXXXXX";
     if (mkdtemp(folder) == nullptr)
         throw fs::filesystem_error("cannot create", folder, std::error_code(errno, std::generic_category()));
-    const fs::path link = fs::path(folder) / kLibrary;
+    fs::path link = fs::path(folder) / kLibrary;
     fs::create_symlink(library, link);
     RemoveAtEnd(folder);
     return link;
@@ -300,6 +301,25 @@ void SetTrace(const RunOptions &options)
         setenv(kTraceFileVariable, fs::absolute(options.traceFile).c_str(), 1);
 }
 
+bool IsServed(const FaultRule &rule)
+{
+    for (unsigned call = 0; call < static_cast<unsigned>(Call::Count); ++call)
+        if ((rule.calls >> call & 1) != 0 && IsServed(static_cast<Call>(call), rule.path))
+            return true;
+    return false;
+}
+
+// Rules about calls that never reach a served node.
+void TellRulesNotServed()
+{
+    const BoardLock lock;
+    for (uint32_t i = 0; i < gBoard.state->faultCount; ++i) {
+        const FaultRule &rule = gBoard.state->faults[i];
+        if (rule.used != 0 && (rule.run == 0 || rule.run == gBoard.run) && !IsServed(rule))
+            Complain(0, "fault rule '%s' is about calls that do not reach served nodes", rule.text);
+    }
+}
+
 int Become(const Words &words)
 {
     std::vector<char *> arguments;
@@ -323,6 +343,27 @@ int BecomeEmulated(const RunOptions &options, const fs::path &program, const fs:
 }
 
 } // namespace
+
+int ServeBoard(const RunOptions &options)
+{
+    const fs::path folder =
+        options.devices.empty() ? "/dev" : fs::absolute(options.devices).lexically_normal();
+    std::string problem;
+    if (options.speed != "1")
+        return Complain(kUsageStatus, "--speed does not go with serve: the clocks are this machine's");
+    gBoard.run = CountRun();
+    int status = AddRunFaults(options.faults, gBoard.run);
+    status = status != 0 || options.trace.empty() ? status : BeginTraceFile(options, {"serve"});
+    if (status != 0)
+        return status;
+    SetTrace(options);
+    TellRulesNotServed();
+    const auto ready = [&] {
+        Complain(0, "serving the board in %s as nodes in %s until SIGTERM or SIGINT; %s",
+                 options.board.c_str(), folder.c_str(), kNotServed);
+    };
+    return ServeNodes(folder.string(), ready, &problem) ? 0 : Complain(1, "%s", problem.c_str());
+}
 
 int RunProgram(const RunOptions &options, const Words &words)
 {

@@ -18,11 +18,15 @@ struct RunOptions {
     std::string emulator;  ///< words before the program, empty to run it directly
     std::string library;   ///< the library to preload; empty to look for it
     std::string speed;
+    std::string devices; ///< folder of served nodes; empty for /dev
 };
 
 /// Becomes the program; returns only when that fails, with an exit status. Tells of fault rules
 /// that stay on the board, and refuses programs into which its library cannot be loaded.
 int RunProgram(const RunOptions &options, const Words &program);
+
+/// Offers the board as device nodes until a signal ends it; an exit status.
+int ServeBoard(const RunOptions &options);
 
 } // namespace sim
 

@@ -6,6 +6,7 @@
 #include "sim/board/boardState.h"
 
 #include <errno.h>
+#include <math.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -47,7 +48,7 @@ bool ParseTime(const std::string &text, uint32_t *us)
     double value = 0.0;
     if (factor == 0.0 || !ParseFraction(text.substr(0, unitAt), 0.0, kLongestUs / factor, &value))
         return false;
-    *us = static_cast<uint32_t>(value * factor + 0.5);
+    *us = static_cast<uint32_t>(llround(value * factor));
     return true;
 }
 

@@ -302,8 +302,6 @@ SIM_WRAP_PATH(stat, Call::Stat, false, (const char *path, void *status), (onPc, 
 SIM_WRAP_PATH(stat64, Call::Stat, false, (const char *path, void *status), (onPc, status))
 SIM_WRAP_PATH(lstat, Call::Stat, false, (const char *path, void *status), (onPc, status))
 SIM_WRAP_PATH(lstat64, Call::Stat, false, (const char *path, void *status), (onPc, status))
-SIM_WRAP_PATH(inotify_add_watch, Call::Watch, false, (int inotify, const char *path, uint32_t mask),
-              (inotify, onPc, mask))
 #if __TIMESIZE == 32
 SIM_WRAP_PATH(__stat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))
 SIM_WRAP_PATH(__lstat64_time64, Call::Stat, false, (const char *path, void *status), (onPc, status))

@@ -87,7 +87,8 @@ void WriteJsonLine(const Event &event, uint64_t endNs, int fd)
 {
     Line line;
     line.Add("{\"t\":%.6f,\"took\":%.6f,\"pid\":%u,\"call\":\"%s\"", Ms(event.startNs) / 1e3,
-             Ms(endNs - event.startNs) / 1e3, host::ProcessId(), NameOf(event.call));
+             Ms(endNs - event.startNs) / 1e3, event.process != 0 ? event.process : host::ProcessId(),
+             NameOf(event.call));
     if (event.path[0] != '\0') {
         line.Add(",\"path\":");
         line.Quote(event.path);

@@ -75,32 +75,15 @@ const char *ErrorName(int error)
 
 const char *PinName(uint32_t pin)
 {
-    switch (pin) {
-    case kPinIrLed:
-        return "IR LEDs";
-    case kPinIrCut:
-        return "IR-cut filter";
-    case kPinAlarm:
-        return "alarm input";
-    case kPinReset:
-        return "sensor reset line";
-    default:
-        return "a pin without a name";
-    }
+    const Signal *signal = FindSignal(pin);
+    return signal != nullptr ? signal->meaning : "a pin without a name";
 }
 
 const char *LevelName(uint32_t pin, uint32_t level)
 {
-    switch (pin) {
-    case kPinIrLed:
-        return level == 0 ? "on" : "off";
-    case kPinIrCut:
-        return level == 0 ? "IR_CUT (day)" : "IR_PASS (night)";
-    case kPinReset:
-        return level == 0 ? "held in reset" : "running";
-    default:
-        return level == 0 ? "low" : "high";
-    }
+    constexpr const char *kLevels[] = {"low", "high"};
+    const Signal *signal = FindSignal(pin);
+    return (signal != nullptr ? signal->told : kLevels)[level != 0 ? 1 : 0];
 }
 
 } // namespace sim
