@@ -12,13 +12,10 @@
 #include "kelisp/ispImageSet.h"
 
 #include <errno.h>
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
@@ -43,58 +40,53 @@ struct Settings {
 
 constexpr kel::ConfField kGains[] = {&ImgCfgStatus::wbR, &ImgCfgStatus::wbB};
 
-/// Opens a regular file, and waits for nothing: a FIFO or a device in its place would hold the program up.
-FILE *OpenRegular(const char *path)
-{
-    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    struct stat info;
-    if (fd < 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        Fail(path, fd >= 0 ? "is no regular file" : nullptr);
-        if (fd >= 0)
-            close(fd);
-        return nullptr;
-    }
-    return fdopen(fd, "r");
-}
-
-/// Fills the record with the defaults, then from the file, and notes what the file gives. kOk, or kFailed after
+/// Fills the record with the defaults, then from the file, and notes what the file gives. cli::kDone, or cli::kFailed after
 /// its message: what could not be read to its end must not reach the camera.
 int LoadGiven(const char *path, Settings *settings)
 {
-    FILE *file = OpenRegular(path);
+    FILE *file = cli::OpenToRead(path);
     if (file == nullptr)
-        return kFailed;
+        return cli::kFailed;
     ImgCfgDefault(&settings->values);
     settings->given = {};
     kel::Loading loading{&settings->given};
     kel::LoadStream(&settings->values, file, &loading);
-    const int status = ferror(file) == 0 ? kOk : Fail(path);
+    const int status = ferror(file) == 0 ? cli::kDone : cli::Fail(path);
     fclose(file);
     return status;
 }
 
-/// Parses an option string like ImgCfgParseOptions, but refuses what that would ignore.
+/// Parses an option string like ImgCfgParseOptions, but refuses what `check` would object to, and takes blanks.
 int ParseStrictly(char *options, Settings *settings)
 {
-    char *rest;
-    const char *key = strtok_r(options, kel::kOptionEnds, &rest);
-    for (; key != nullptr; key = strtok_r(nullptr, kel::kOptionEnds, &rest)) {
-        const char *value = strtok_r(nullptr, kel::kOptionEnds, &rest);
+    bool taken[sizeof(kel::kConfKeys) / sizeof(kel::kConfKeys[0])] = {};
+    char *rest = options;
+    for (char *word = kel::NextWord(&rest, kel::EndsOf(",")); word != nullptr;
+         word = kel::NextWord(&rest, kel::EndsOf(","))) {
+        const char *key = cli::Trim(word);
+        if (*key == '\0')
+            continue;
+        char *value = strchr(word, '=');
         if (value == nullptr)
-            return Fail(key, "no value");
-        const kel::ConfKey *known = kel::FindKey(key).key;
-        if (known == nullptr)
-            return Fail(key, "unknown key");
-        const kel::KeyAction action = known->action;
-        if (action == kel::KeyAction::NotStored || action == kel::KeyAction::LoopBreak ||
-            action == kel::KeyAction::Echo)
-            return Fail(key, "nothing is stored for this key");
-        if (action == kel::KeyAction::Window && strlen(value) < kel::kWindowCells)
-            return Fail(key, "fewer than 192 digits");
+            return cli::Fail(key, "no value");
+        *value = '\0';
+        value = cli::Trim(value + 1);
+        key = cli::Trim(word);
+        if (*value == '\0')
+            return cli::Fail(key, "no value");
+        if (RefuseSetting(key, value))
+            return cli::kFailed;
+        const kel::ConfKey *known = FindExactKey(key);
+        if (known->action == kel::KeyAction::NotStored)
+            return cli::Fail(key, "nothing is stored for this key");
+        bool &before = taken[known - kel::kConfKeys];
+        if (before)
+            return cli::Fail(key, "given twice");
+        before = true;
         kel::Loading loading{&settings->given};
         kel::ParseSetting(&settings->values, key, value, &loading);
     }
-    return kOk;
+    return cli::kDone;
 }
 
 /// What the camera has: nothing is known of it to a program that has just started.
@@ -113,15 +105,15 @@ bool ApplyTo(Camera &camera, const Settings &settings)
     return settings.values.wbSave == 1 && wanted.wbSave == 0;
 }
 
-/// kFailed after a message when steps of the applier failed since its counter stood at `errorsBefore`.
+/// cli::kFailed after a message when steps of the applier failed since its counter stood at `errorsBefore`.
 int ReportFailedSteps(int32_t errorsBefore)
 {
     const int32_t failed = giImgSetErrCount - errorsBefore;
     if (failed == 0)
-        return kOk;
+        return cli::kDone;
     fprintf(stderr, "camConf: %d step%s failed, not every setting was applied\n", failed,
             failed == 1 ? "" : "s");
-    return kFailed;
+    return cli::kFailed;
 }
 
 // ---- Watching a file
@@ -153,7 +145,7 @@ bool IsSame(const Mark &a, const Mark &b)
            sameTime(a.changed, b.changed);
 }
 
-constexpr timespec kLookInterval = {0, 200 * 1000 * 1000};
+constexpr timespec kLookInterval = {0, 200000000};
 
 /// Applies settings and remembers in `last` what the file holds; `read` was read from it, and what the applier
 /// saved is in it as well by now.
@@ -174,7 +166,7 @@ void ApplyFile(const char *path, Camera &camera, const Settings &read, const Set
 void ApplyChanges(const char *path, Camera &camera, Settings *last)
 {
     Settings now;
-    if (LoadGiven(path, &now) != kOk)
+    if (LoadGiven(path, &now) != cli::kDone)
         return; // what was applied stays, until the file can be read again
     if (memcmp(&now, last, sizeof(now)) == 0)
         return;
@@ -201,8 +193,8 @@ int WatchUntilStopped(const char *path, Mark applied, Camera &camera, Settings *
 {
     Mark before = applied;
     while (gStop == 0) {
-        if (ppoll(nullptr, 0, &kLookInterval, &waitMask) < 0 && errno != EINTR)
-            return Fail("waiting");
+        if (!camStat::AwaitSignal(kLookInterval, waitMask))
+            return cli::Fail("waiting");
         const Mark now = MarkOf(path);
         if (!IsSame(now, applied) && IsSame(now, before)) {
             applied = now;
@@ -210,37 +202,27 @@ int WatchUntilStopped(const char *path, Mark applied, Camera &camera, Settings *
         }
         before = now;
     }
-    return kOk;
-}
-
-/// Keeps the stop signals for the waits, so that none cuts an apply short or gets lost before a wait.
-sigset_t HoldStopSignals()
-{
-    sigset_t stopSignals;
-    sigset_t before;
-    sigemptyset(&stopSignals);
-    sigaddset(&stopSignals, SIGINT);
-    sigaddset(&stopSignals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &stopSignals, &before);
-    sigdelset(&before, SIGINT);
-    sigdelset(&before, SIGTERM);
-    return before;
+    return cli::kDone;
 }
 
 } // namespace
 
-int camConf::Apply(const Words &words)
+int camConf::Apply(const cli::Arguments &arguments)
 {
     Settings wanted;
-    int status = LoadGiven(words.count > 0 ? words.operands[0] : IMG_CFG_SYSTEM_FILE, &wanted);
-    if (status == kOk && words.options != nullptr)
-        status = ParseStrictly(words.options, &wanted);
-    if (status != kOk)
+    int status = LoadGiven(arguments.count > 0 ? arguments.words[0] : IMG_CFG_SYSTEM_FILE, &wanted);
+    if (status == cli::kDone && arguments.Has(kSettings))
+        status = ParseStrictly(arguments.options[kSettings], &wanted);
+    if (status != cli::kDone)
         return status;
+    if (arguments.Has(kDryRun)) {
+        PrintAsFile(wanted.values, &wanted.given);
+        return cli::kDone;
+    }
     camStat::InstallStopHandler(OnStopSignal);
-    HoldStopSignals(); // the settings are applied whole, also when a signal comes
+    camStat::HoldStopSignals(); // the settings are applied whole, also when a signal comes
     if (camStat::StartBoard("camConf") != 0)
-        return kFailed;
+        return cli::kFailed;
     const int32_t errorsBefore = giImgSetErrCount;
     Camera camera;
     ApplyTo(camera, wanted);
@@ -249,15 +231,15 @@ int camConf::Apply(const Words &words)
     return status;
 }
 
-int camConf::Watch(const Words &words)
+int camConf::Watch(const cli::Arguments &arguments)
 {
-    const char *path = words.count > 0 ? words.operands[0] : IMG_CFG_SYSTEM_FILE;
+    const char *path = arguments.count > 0 ? arguments.words[0] : IMG_CFG_SYSTEM_FILE;
     camStat::InstallStopHandler(OnStopSignal);
-    const sigset_t waitMask = HoldStopSignals();
+    const sigset_t waitMask = camStat::HoldStopSignals();
     const Mark first = MarkOf(path); // before the first look inside, so that no change falls between
     Settings read;
-    if (LoadGiven(path, &read) != kOk || camStat::StartBoard("camConf") != 0)
-        return kFailed;
+    if (LoadGiven(path, &read) != cli::kDone || camStat::StartBoard("camConf") != 0)
+        return cli::kFailed;
     Camera camera;
     Settings last;
     ApplyFile(path, camera, read, read, &last);

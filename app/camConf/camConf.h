@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
-// The parts of the program camConf: its command line (main.cpp), the commands that work on files
-// (fileCommands.cpp), the check of a file (check.cpp) and the commands that work on the camera
+// The parts of the program camConf: its tables of commands and options (main.cpp), the commands that work on files
+// (fileCommands.cpp), what is wrong with a file or a value (check.cpp) and the commands that work on the camera
 // (boardCommands.cpp). It is built with the configuration itself, since it uses more of it than its public face.
 #ifndef CAMSTAT_APP_CAM_CONF_CAM_CONF_H
 #define CAMSTAT_APP_CAM_CONF_CAM_CONF_H
 
+#include "app/shared/commandLine.h"
 #include "config/confKeys.h"
 
 #include <stdio.h>
@@ -13,45 +14,50 @@
 namespace camConf
 {
 
-/// Exit status, as diff gives it.
-enum Status {
-    kOk = 0,
-    kFound = 1, ///< differences, findings, a key that is not there, a change that was not made
-    kFailed = 2 ///< wrong usage, an unusable file, a board that did not start
-};
+/// Options by their index in the program's table (main.cpp).
+enum OptionIndex { kJson, kConf, kPrefix, kForce, kAdd, kSettings, kDryRun };
 
-/// A command's words.
-struct Words {
-    const char *operands[3] = {};
-    int count = 0;
-    bool json = false;       ///< --json
-    bool prefix = false;     ///< --prefix
-    char *options = nullptr; ///< of -o; cut into words in place
-};
+int Show(const cli::Arguments &arguments);
+int Check(const cli::Arguments &arguments);
+int Get(const cli::Arguments &arguments);
+int Set(const cli::Arguments &arguments);
+int Diff(const cli::Arguments &arguments);
+int Apply(const cli::Arguments &arguments);
+int Watch(const cli::Arguments &arguments);
 
-int Show(const Words &words);
-int Check(const Words &words);
-int Get(const Words &words);
-int Set(const Words &words);
-int Diff(const Words &words);
-int Apply(const Words &words);
-int Watch(const Words &words);
-
-/// Prints "camConf: <what>: <why>" on standard error; gives kFailed. `why` null stands for errno's text.
-int Fail(const char *what, const char *why = nullptr);
-
-/// kOk when the file can be read to its end, else kFailed after its message. The loaders take a file that
+/// cli::kDone when the file can be read to its end, else cli::kFailed after its message. The loaders take a file that
 /// ends in a read error for a short one; nothing of such a file may reach the camera.
 int CheckReadable(const char *path);
 
-/// Fills the record with the defaults, then from the file. kOk, or kFailed after its message.
-int LoadRecord(const char *path, ImgCfgStatus *record);
+/// Fills the record with the defaults, then from the file; `given` gets 1 for each field that it gives, but for the
+/// window's cells. cli::kDone, or cli::kFailed after its message.
+int LoadRecord(const char *path, ImgCfgStatus *record, ImgCfgStatus *given = nullptr);
 
 /// Prints each setting that differs as "KEY: before -> after"; tells whether there was one.
 bool PrintDifferences(const ImgCfgStatus &before, const ImgCfgStatus &after);
 
+/// Prints the settings as lines of a file. With `given`, white-balance gains that are not given are left out.
+void PrintAsFile(const ImgCfgStatus &record, const ImgCfgStatus *given = nullptr);
+
 /// Prints a text from a file with '?' for what a terminal should not get.
 void PrintSafely(FILE *stream, const char *text, size_t length);
+
+// ---- What is wrong with a value (check.cpp)
+
+constexpr int kMostObjections = 2;
+
+/// What `check` objects to in a key's value: each names value and range. Gives their number.
+struct Objections {
+    char text[kMostObjections][160];
+    int count;
+};
+Objections ObjectTo(const kel::ConfKey &key, const char *value);
+
+/// The key with exactly this name; null when there is none, or no file gives it.
+const kel::ConfKey *FindExactKey(const char *name);
+
+/// Prints what is wrong with a setting's key or value, and `advice` behind it; true when something is.
+bool RefuseSetting(const char *key, const char *value, const char *advice = "");
 
 } // namespace camConf
 

@@ -2,15 +2,16 @@
 //
 // camConf's commands on files: show, get, set, diff.
 #include "app/camConf/camConf.h"
+#include "app/shared/json.h"
+#include "config/confParser.h"
 #include "config/confText.h"
+#include "config/replaceFile.h"
 #include "kelisp/sysconf.h"
 
 #include <errno.h>
 #include <limits.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 namespace
 {
@@ -23,26 +24,30 @@ using kel::kLineSize;
 
 // ---- Records
 
-void PrintWindowAsJson(const ImgCfgStatus &record)
-{
-    fputs("  \"EXT_AEWIN\": [", stdout);
-    for (int row = 0; row < IMG_CFG_WINDOW_ROWS; ++row) {
-        fputs(row == 0 ? "\n    [" : ",\n    [", stdout);
-        for (int column = 0; column < IMG_CFG_WINDOW_COLUMNS; ++column)
-            printf(column == 0 ? "%d" : ", %d", record.aeWindow[row][column]);
-        putchar(']');
-    }
-    puts("\n  ]\n}");
-}
-
 void PrintAsJson(const ImgCfgStatus &record)
 {
-    puts("{");
-    for (int round = 0; round < 2; ++round) // fields without a key come last
-        for (const ConfKey &key : kConfKeys)
-            if (key.field != nullptr && (key.action == KeyAction::NoKey) == (round == 1))
-                printf("  \"%s\": %d,\n", key.name, record.*key.field);
-    PrintWindowAsJson(record);
+    cli::Json json;
+    json.Begin();
+    for (const ConfKey &key : kConfKeys)
+        if (key.field != nullptr)
+            json.Number(key.name, int64_t{record.*key.field});
+    json.Open('[', "EXT_AEWIN");
+    for (const auto &row : record.aeWindow) {
+        json.Open('[');
+        for (const int32_t cell : row)
+            json.Number(nullptr, int64_t{cell});
+        json.Close(']');
+    }
+    json.Close(']');
+    json.End();
+}
+
+void PrintWindow(const ImgCfgStatus &record)
+{
+    for (const auto &row : record.aeWindow)
+        for (const int32_t cell : row)
+            putchar('0' + cell);
+    putchar('\n');
 }
 
 // ---- Lines of a key, as the store sees them
@@ -88,32 +93,85 @@ bool IsOtherKey(const KeyLines &lines)
     return OwnKeyLength(lines) != strlen(lines.key);
 }
 
-/// Looks through the file before it is changed. kOk when the change may be made.
-int ReviewChange(const Words &words, FILE *file)
+// ---- Changes
+
+struct Change {
+    const char *path;
+    const char *key;
+    const char *value;
+    bool prefix, force, add;
+};
+
+/// Looks through the file before it is changed: `*adds` when a line is to be added. cli::kDone when the change may be
+/// made.
+int ReviewChange(const Change &change, FILE *file, bool *adds)
 {
-    const char *path = words.operands[0];
-    const size_t valueLength = strlen(words.operands[2]);
+    const size_t valueLength = strlen(change.value);
     bool found = false;
     bool others = false;
-    KeyLines lines{file, words.operands[1]};
+    KeyLines lines{file, change.key};
+    const auto isTooLong = [&](size_t lead) { return lead + 1 + valueLength > kLineSize - 1; };
     while (NextKeyLine(&lines)) {
         found = true;
-        if (lines.lead + 1 + valueLength > kLineSize - 1)
-            return Fail(path, "the line would be longer than 255 characters");
-        if (!words.prefix && IsOtherKey(lines)) {
+        if (isTooLong(lines.lead))
+            return cli::Fail(change.path, "the line would be longer than 255 characters");
+        if (!change.prefix && IsOtherKey(lines)) {
             others = true;
-            fprintf(stderr, "%s:%d: ", path, lines.number);
+            fprintf(stderr, "%s:%d: ", change.path, lines.number);
             PrintSafely(stderr, lines.line, OwnKeyLength(lines));
             fputs(" would change too\n", stderr);
         }
     }
     if (ferror(file) != 0)
-        return Fail(path);
+        return cli::Fail(change.path);
+    *adds = !found && change.add;
+    if (*adds && isTooLong(strlen(change.key)))
+        return cli::Fail(change.path, "the line would be longer than 255 characters");
     if (others)
-        Fail(words.operands[1], "other keys begin so; nothing changed, --prefix changes them all");
-    else if (!found)
-        Fail(words.operands[1], "no line of the file begins so; nothing changed");
-    return others || !found ? kFound : kOk;
+        cli::Fail(change.key, "other keys begin so; nothing changed, --prefix changes them all");
+    else if (!found && !change.add)
+        cli::Fail(change.key, "no line of the file begins so; nothing changed, --add adds one");
+    return others || !(found || change.add) ? cli::kNo : cli::kDone;
+}
+
+/// Whether a key of the table takes the value; with --prefix, each that begins so. Tells what is wrong.
+bool IsFine(const Change &change)
+{
+    constexpr char kAdvice[] = "; --force sets it all the same";
+    bool any = false;
+    bool fine = true;
+    for (const ConfKey &key : kConfKeys) {
+        const bool isMeant = strcmp(key.name, change.key) == 0 ||
+                             (change.prefix && strncmp(key.name, change.key, strlen(change.key)) == 0);
+        if (!isMeant || key.action == KeyAction::NoKey)
+            continue;
+        any = true;
+        fine &= !RefuseSetting(key.name, change.value, kAdvice);
+    }
+    return any ? fine : !RefuseSetting(change.key, change.value, kAdvice);
+}
+
+/// Copies the file and adds the Change's line, behind the end of a last line that has none.
+bool CopyAndAdd(FILE *source, FILE *copy, const void *what)
+{
+    const Change &change = *static_cast<const Change *>(what);
+    int last = '\n';
+    for (int c = getc(source); c != EOF; c = getc(source)) {
+        putc(c, copy);
+        last = c;
+    }
+    if (last != '\n')
+        putc('\n', copy);
+    fprintf(copy, "%s=%s\n", change.key, change.value);
+    return ferror(source) == 0 && ferror(copy) == 0;
+}
+
+bool AddLine(const char *path, const Change &change)
+{
+    const int folder = kel::LockFolder(path);
+    const kel::Replaced replaced = kel::ReplaceFile(folder, path, false, {CopyAndAdd, &change});
+    kel::UnlockFolder(folder);
+    return replaced == kel::Replaced::Done;
 }
 
 } // namespace
@@ -126,23 +184,38 @@ void camConf::PrintSafely(FILE *stream, const char *text, size_t length)
 
 int camConf::CheckReadable(const char *path)
 {
-    FILE *file = fopen(path, "r");
+    FILE *file = cli::OpenToRead(path);
     if (file == nullptr)
-        return Fail(path);
+        return cli::kFailed;
     char line[kLineSize];
     while (kel::ReadLine(file, line) > 0) {
     }
-    const int status = ferror(file) == 0 ? kOk : Fail(path);
+    const int status = ferror(file) == 0 ? cli::kDone : cli::Fail(path);
     fclose(file);
     return status;
 }
 
-int camConf::LoadRecord(const char *path, ImgCfgStatus *record)
+int camConf::LoadRecord(const char *path, ImgCfgStatus *record, ImgCfgStatus *given)
 {
-    if (CheckReadable(path) != kOk)
-        return kFailed;
+    if (CheckReadable(path) != cli::kDone)
+        return cli::kFailed;
     ImgCfgDefault(record);
-    return ImgCfgLoadFile(record, path) == 0 ? kOk : Fail(path);
+    kel::Loading loading{given};
+    return kel::LoadFile(record, path, &loading) == 0 ? cli::kDone : cli::Fail(path);
+}
+
+void camConf::PrintAsFile(const ImgCfgStatus &record, const ImgCfgStatus *given)
+{
+    for (const ConfKey &key : kConfKeys) {
+        const bool isGain = key.field == &ImgCfgStatus::wbR || key.field == &ImgCfgStatus::wbB;
+        if (key.action == KeyAction::Window) {
+            printf("%s=", key.name);
+            PrintWindow(record);
+        } else if ((key.action == KeyAction::Number || key.action == KeyAction::EitherNumber) &&
+                   !(isGain && given != nullptr && given->*key.field == 0)) {
+            printf("%s=%d\n", key.name, record.*key.field);
+        }
+    }
 }
 
 bool camConf::PrintDifferences(const ImgCfgStatus &before, const ImgCfgStatus &after)
@@ -167,79 +240,123 @@ bool camConf::PrintDifferences(const ImgCfgStatus &before, const ImgCfgStatus &a
     return any;
 }
 
-int camConf::Show(const Words &words)
+int camConf::Show(const cli::Arguments &arguments)
 {
+    const char *path = arguments.count > 0 ? arguments.words[0] : IMG_CFG_SYSTEM_FILE;
     ImgCfgStatus record;
-    const int status = LoadRecord(words.count > 0 ? words.operands[0] : IMG_CFG_SYSTEM_FILE, &record);
-    if (status != kOk)
+    if (arguments.Has(kJson) && arguments.Has(kConf))
+        return cli::Fail("--conf", "and --json are two forms, take one");
+    const int status = LoadRecord(path, &record);
+    if (status != cli::kDone)
         return status;
-    if (words.json)
+    if (arguments.Has(kJson))
         PrintAsJson(record);
+    else if (arguments.Has(kConf))
+        PrintAsFile(record);
     else
         ImgCfgPrint(&record);
-    return kOk;
+    return cli::kDone;
 }
 
-int camConf::Diff(const Words &words)
+int camConf::Diff(const cli::Arguments &arguments)
 {
     ImgCfgStatus first;
     ImgCfgStatus second;
-    if (LoadRecord(words.operands[0], &first) != kOk || LoadRecord(words.operands[1], &second) != kOk)
-        return kFailed;
-    return PrintDifferences(first, second) ? kFound : kOk;
+    if (LoadRecord(arguments.words[0], &first) != cli::kDone ||
+        LoadRecord(arguments.words[1], &second) != cli::kDone)
+        return cli::kFailed;
+    return PrintDifferences(first, second) ? cli::kNo : cli::kDone;
 }
 
-int camConf::Get(const Words &words)
+namespace
 {
-    if (*words.operands[1] == '\0')
-        return Fail("KEY", "is empty");
-    FILE *file = fopen(words.operands[0], "r");
+
+/// The value of a stored key that is in force.
+int GetInForce(const char *path, const ConfKey &key)
+{
+    ImgCfgStatus record;
+    ImgCfgStatus given = {};
+    if (LoadRecord(path, &record, &given) != cli::kDone)
+        return cli::kFailed;
+    if (key.action == KeyAction::Window) {
+        PrintWindow(record);
+        return cli::kDone;
+    }
+    printf("%d\n", record.*key.field);
+    fflush(stdout); // in order where both go to one file
+    if (given.*key.field == 0)
+        fprintf(stderr, "camConf: note: %s: not in the file, this is the default\n", key.name);
+    return cli::kDone;
+}
+
+/// The text behind the first line of a key, as the store finds it.
+int GetText(const char *path, const char *key)
+{
+    FILE *file = cli::OpenToRead(path);
     if (file == nullptr)
-        return Fail(words.operands[0]);
-    KeyLines lines{file, words.operands[1]};
+        return cli::kFailed;
+    KeyLines lines{file, key};
     const bool found = NextKeyLine(&lines);
     if (ferror(file) != 0)
-        Fail(words.operands[0]);
+        cli::Fail(path);
     if (found && IsOtherKey(lines)) {
-        fprintf(stderr, "camConf: %s: no line has this key alone; value of ", words.operands[1]);
+        fprintf(stderr, "camConf: %s: no line has this key alone; value of ", key);
         PrintSafely(stderr, lines.line, OwnKeyLength(lines));
         putc('\n', stderr);
     }
     char value[SYSCONF_LINE_SIZE] = "";
-    const int status = sysconf_get(file, words.operands[1], value);
+    const int status = sysconf_get(file, key, value);
     const bool readable = ferror(file) == 0;
     fclose(file);
     if (status != 0 || !readable)
-        return kFailed;
+        return cli::kFailed;
     if (!found) {
-        Fail(words.operands[1], "no line of the file begins so");
-        return kFound;
+        cli::Fail(key, "no line of the file begins so");
+        return cli::kNo;
     }
     puts(value);
-    return kOk;
+    return cli::kDone;
 }
 
-int camConf::Set(const Words &words)
+} // namespace
+
+int camConf::Get(const cli::Arguments &arguments)
 {
-    const char *path = words.operands[0];
-    if (*words.operands[1] == '\0')
-        return Fail("KEY", "is empty");
-    if (strchr(words.operands[2], '\n') != nullptr)
-        return Fail(words.operands[1], "the value holds a line feed");
-    FILE *file = fopen(path, "r");
+    const char *name = arguments.words[1];
+    if (*name == '\0')
+        return cli::Fail("KEY", "is empty");
+    const ConfKey *key = FindExactKey(name);
+    const bool isStored =
+        key != nullptr && (key->action == KeyAction::Number || key->action == KeyAction::EitherNumber ||
+                           key->action == KeyAction::Window);
+    return isStored ? GetInForce(arguments.words[0], *key) : GetText(arguments.words[0], name);
+}
+
+int camConf::Set(const cli::Arguments &arguments)
+{
+    const Change change = {arguments.words[0],     arguments.words[1],    arguments.words[2],
+                           arguments.Has(kPrefix), arguments.Has(kForce), arguments.Has(kAdd)};
+    if (*change.key == '\0')
+        return cli::Fail("KEY", "is empty");
+    if (strchr(change.value, '\n') != nullptr)
+        return cli::Fail(change.key, "the value holds a line feed");
+    if (change.add && (*change.key == '#' || strpbrk(change.key, "=\n") != nullptr))
+        return cli::Fail(change.key, "such a line would not be the key's");
+    if (!change.force && !IsFine(change))
+        return cli::kFailed;
+    FILE *file = cli::OpenToRead(change.path);
     if (file == nullptr)
-        return Fail(path);
-    const int review = ReviewChange(words, file);
+        return cli::kFailed;
+    bool adds = false;
+    const int review = ReviewChange(change, file, &adds);
     fclose(file);
-    if (review != kOk)
+    if (review != cli::kDone)
         return review;
-    // The store replaces what stands at its path: that has to be the file, not a link to it.
+    // What stands at the path is replaced: that has to be the file, not a link to it.
     char target[PATH_MAX];
-    struct stat status;
     errno = 0;
-    const bool isLink = lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
-    const char *replaced = isLink ? realpath(path, target) : path;
-    if (replaced == nullptr || sysconf_fset(replaced, words.operands[1], words.operands[2]) != 0)
-        return Fail(path);
-    return kOk;
+    const char *path = kel::FollowLink(change.path, target);
+    const bool done =
+        path != nullptr && (adds ? AddLine(path, change) : sysconf_fset(path, change.key, change.value) == 0);
+    return done ? cli::kDone : cli::Fail(change.path);
 }

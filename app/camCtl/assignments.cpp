@@ -19,15 +19,23 @@ bool Refuse(const char *where, const char *format, Values... values)
     return cli::FailWith(where, format, values...) == cli::kDone;
 }
 
+/// A number in decimal or 0x; false when the text begins with none.
+bool ParseCode(const char *text, char **end, unsigned long *code)
+{
+    const bool isHex = text[0] == '0' && tolower(static_cast<unsigned char>(text[1])) == 'x' &&
+                       isxdigit(static_cast<unsigned char>(text[2]));
+    *code = strtoul(text, end, isHex ? 16 : 10);
+    return isdigit(static_cast<unsigned char>(text[0])) != 0;
+}
+
 /// The bytes of a block, "0x3A 0x3F ...", separated by blanks or commas.
 bool PutBytes(const char *where, const Field &field, const char *text, Changes &changes)
 {
     for (int i = 0; i < field.registers; ++i) {
         text += strspn(text, " ,\t");
         char *end = nullptr;
-        const bool isNumber = isdigit(static_cast<unsigned char>(text[0])) != 0;
-        const unsigned long byte = isNumber ? strtoul(text, &end, 0) : 0;
-        if (!isNumber || (*end != '\0' && strchr(" ,\t", *end) == nullptr))
+        unsigned long byte = 0;
+        if (!ParseCode(text, &end, &byte) || (*end != '\0' && strchr(" ,\t", *end) == nullptr))
             return Refuse(where, "%s takes %d bytes, this has %d", field.name, int{field.registers}, i);
         if ((byte & ~static_cast<unsigned long>(field.masks[i])) != 0)
             return Refuse(where, "byte %d of %s is outside 0 to 0x%02X", i + 1, field.name,
@@ -97,8 +105,8 @@ bool camCtl::PutAssignment(const char *where, const char *name, const char *text
         return field != nullptr ? PutField(where, *field, text, changes) : FailUnknownName(where, name);
     }
     char *behind = nullptr;
-    const unsigned long code = strtoul(text, &behind, 0);
-    if (!isdigit(static_cast<unsigned char>(text[0])) || *behind != '\0' || code > 0xFF)
+    unsigned long code = 0;
+    if (!ParseCode(text, &behind, &code) || *behind != '\0' || code > 0xFF)
         return Refuse(where, "%s: %.40s is outside 0 to 255", name, text);
     if (IsCamerasOwn(reg))
         return Refuse(where, "%s is one of the registers that only the camera sets", name);

@@ -20,13 +20,23 @@ struct LevelWord {
     unsigned level;
 };
 
+/// The status of a request on the pins, and its result as JSON.
+int Tell(const Arguments &arguments, const char *what, const char *done, int result)
+{
+    if (result != 0)
+        return cli::Fail("/dev/gio");
+    if (arguments.Has(kJson))
+        PrintAsJson(what, done);
+    return cli::kDone;
+}
+
 /// Drives a pin to the level that the command's word stands for; the library's own line tells open from request.
 int Switch(const Arguments &arguments, const char *what, const LevelWord (&words)[2], int (*set)(unsigned))
 {
     const char *given = arguments.words[0];
     for (const LevelWord &row : words)
         if (strcmp(row.word, given) == 0)
-            return set(row.level) == 0 ? cli::kDone : cli::Fail("/dev/gio");
+            return Tell(arguments, what, given, set(row.level));
     return cli::FailWith(what, "%.40s is neither %s nor %s", given, words[0].word, words[1].word);
 }
 
@@ -52,14 +62,14 @@ int camCtl::IrCut(const Arguments &arguments)
     return Switch(arguments, "ircut", kWords, SetICR);
 }
 
-int camCtl::Reset(const Arguments &)
+int camCtl::Reset(const Arguments &arguments)
 {
-    return ResetSensor() == 0 ? cli::kDone : cli::Fail("/dev/gio");
+    return Tell(arguments, "reset", "done", ResetSensor());
 }
 
 int camCtl::Expose(const Arguments &arguments)
 {
-    // The words are those of `set` under the names of the manual exposure; a shutter needs no long exposure.
+    // The words are those of `set`, under the names of the manual exposure.
     static char words[3][64];
     Arguments set = arguments;
     for (int i = 0; i < arguments.count; ++i) {
@@ -74,5 +84,5 @@ int camCtl::Expose(const Arguments &arguments)
         snprintf(words[i], sizeof(words[i]), "%s%s", field, word + length);
         set.words[i] = words[i];
     }
-    return Set(set);
+    return SetExposure(set);
 }

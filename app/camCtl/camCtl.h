@@ -12,7 +12,20 @@ namespace camCtl
 {
 
 /// Options by their index in the program's table (main.cpp).
-enum OptionIndex { kJson, kRetries, kDryRun, kHex, kForce, kMetrics };
+enum OptionIndex {
+    kJson,
+    kRetries,
+    kDryRun,
+    kHex,
+    kForce,
+    kMetrics,
+    kTime,
+    kRounds,
+    kNoFiles,
+    kEvery,
+    kCount,
+    kCsv
+};
 
 constexpr uint32_t Takes(OptionIndex option)
 {
@@ -23,6 +36,8 @@ constexpr uint32_t Takes(OptionIndex option)
 int List(const cli::Arguments &arguments);
 int Get(const cli::Arguments &arguments);
 int Set(const cli::Arguments &arguments);
+/// Set of words that name the manual exposure's fields: a long time goes into the further frames as well.
+int SetExposure(const cli::Arguments &arguments);
 int Dump(const cli::Arguments &arguments);
 // Files (fileCommands.cpp)
 int Save(const cli::Arguments &arguments);
@@ -35,9 +50,19 @@ int Reset(const cli::Arguments &arguments);
 int Expose(const cli::Arguments &arguments);
 int Status(const cli::Arguments &arguments); // status.cpp
 int Doctor(const cli::Arguments &arguments); // doctor.cpp
+int Stress(const cli::Arguments &arguments); // stress.cpp
+int Watch(const cli::Arguments &arguments);  // watch.cpp
 
-/// The value of --retries, 3 without it. False after its error line.
+// ---- Options (options.cpp). All give false after their error line.
+
+/// The value of --retries, 3 without it.
 bool TakeRetries(const cli::Arguments &arguments, int *retries);
+
+/// The whole number that stands behind an option.
+bool TakeNumber(const cli::Arguments &arguments, OptionIndex option, int least, int most, int *number);
+
+/// The time that stands behind an option, above 0, in microseconds.
+bool TakeTime(const cli::Arguments &arguments, OptionIndex option, double *us);
 
 // ---- Assignments (assignments.cpp)
 
@@ -62,15 +87,27 @@ Image WithChanges(const Image &image, const Changes &changes);
 
 // ---- How fields are shown (show.cpp)
 
+/// A result of one word: {"KEY":"VALUE"}.
+void PrintAsJson(const char *key, const char *value);
+
 /// "NAME = CODE  # meaning"; "unknown" in place of a code that is not `shown`.
 void PrintField(FILE *file, const Field &field, const uint8_t *values, bool shown);
 void FieldToJson(cli::Json &json, const Field &field, const uint8_t *values, bool shown);
 bool Differs(const Field &field, const uint8_t *before, const uint8_t *after);
-/// "NAME: OLD -> NEW  # meaning", or "NAME: CODE, as it was".
+/// "NAME: OLD -> NEW  # meaning", or "NAME: CODE, as it was". Null: a side that does not tell, "none".
 void PrintChange(const Field &field, const uint8_t *before, const uint8_t *after);
 void ChangeToJson(cli::Json &json, const Field &field, const uint8_t *before, const uint8_t *after);
-/// Shows every field that differs, among the registers marked in `after`; gives their number.
-int ShowChanges(const Image &before, const Image &after, bool asJson);
+/// The same of a whole register, or as a member of an object.
+void ShowRegisterChange(cli::Json *json, unsigned reg, uint8_t before, uint8_t after);
+
+/// All registers, and of each the bits that are known; null: all are.
+struct Side {
+    const uint8_t *values;
+    const uint8_t *known;
+};
+/// Shows every field in which the sides differ, what one of them alone tells, and registers that differ in bits which
+/// no field has; gives their number.
+int ShowChanges(const Side &before, const Side &after, bool asJson);
 
 } // namespace camCtl
 

@@ -4,6 +4,7 @@
 // rests on one that failed is skipped.
 #include "app/camCtl/camCtl.h"
 
+#include "app/shared/startup.h"
 #include "kelisp/drvI2c.h"
 #include "kelisp/imgConfig.h"
 #include "kelisp/ispCXD3193AR.h"
@@ -32,7 +33,7 @@ int TryOpen(const char *path)
 int TryLink(const char *)
 {
     uint8_t type = 0;
-    if (DrvI2cOpen(&gtI2cHndl, 0xE2) != 0)
+    if (DrvI2cOpen(&gtI2cHndl, camStat::kCameraSlave) != 0)
         return errno;
     const int failure = CXD3193AR_Get_CisType(&type) == 0 ? 0 : errno;
     DrvI2cClose(&gtI2cHndl);
@@ -55,7 +56,7 @@ int TryFlash(const char *folder)
 {
     char path[64];
     snprintf(path, sizeof(path), "%s/camCtl.doctor", folder);
-    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     if (fd < 0)
         return errno;
     int failure = write(fd, "camCtl\n", 7) == 7 ? 0 : errno;
@@ -123,7 +124,7 @@ int camCtl::Doctor(const Arguments &arguments)
     bool passed[sizeof(kChecks) / sizeof(kChecks[0])] = {};
     cli::Json json;
     if (arguments.Has(kJson)) {
-        json.Open('{');
+        json.Begin();
         json.Open('[', "checks");
     }
     for (size_t i = 0; i < sizeof(kChecks) / sizeof(kChecks[0]); ++i) {
@@ -154,8 +155,7 @@ int camCtl::Doctor(const Arguments &arguments)
     }
     if (arguments.Has(kJson)) {
         json.Close(']');
-        json.Close('}');
-        putchar('\n');
+        json.End();
     }
     return status;
 }

@@ -3,6 +3,8 @@
 // Fields by name, their codes in the registers, and values as people write them.
 #include "app/camCtl/fields.h"
 
+#include "isp/fieldMasks.h"
+#include "isp/sensorPresets.h"
 #include "kelisp/ispCXD3193AR.h"
 
 #include <ctype.h>
@@ -17,18 +19,20 @@ namespace
 
 using kel::Unit;
 
-// Bits that the blocks keep, as the accessors of the library do.
-constexpr uint8_t kWhole[12] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-constexpr uint8_t kBlk55[8] = {0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F, 0xFF, 0x3F};
-constexpr uint8_t kBlk9D[6] = {0x3F, 0x3F, 0x3F, 0x3F, 0x3F, 0x3F};
-constexpr uint8_t kTable[30] = {0x7F, 0x7F, 0x7F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F,
-                                0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F,
-                                0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F, 0x1F};
-constexpr uint8_t kPairs[8] = {0x3F, 0x1F, 0x3F, 0x1F, 0x7F, 0x7F, 0x7F, 0x7F};
+using namespace kel::masks; // under the names that the map uses
 
-// Exposure: a line and the offset, the same for both sensor types.
-constexpr double kLineUs = 1650.0 / 54.0;
-constexpr double kOffsetUs = 9.17;
+constexpr Masks MakePairs()
+{
+    Masks pairs = {};
+    for (unsigned i = 0; i <= kPairA8Last - kPairA4First; ++i)
+        pairs.of[i] = (kPairA4First + i < kPairA8First ? pairA4 : pairA8).of[i % 2];
+    return pairs;
+}
+constexpr Masks pairs = MakePairs();
+
+// A line and the offset are the same for both sensor types.
+constexpr double kLineUs = kel::kSensorPresets[0].lineTimeUs;
+static_assert(kel::kSensorPresets[1].lineTimeUs == kLineUs);
 
 struct UnitRow {
     Unit unit;
@@ -126,20 +130,7 @@ namespace camCtl
 #define KEL_WORD(reg, name, group, unit, meaning)                                                            \
     {#name, reg, 2, 15, 0, false, false, true, Unit::unit, #group, nullptr, meaning},
 #define KEL_BLOCK(reg, length, name, masks, group, unit, meaning)                                            \
-    {#name,                                                                                                  \
-     reg,                                                                                                    \
-     length,                                                                                                 \
-     7,                                                                                                      \
-     0,                                                                                                      \
-     false,                                                                                                  \
-     reg == 0x55,                                                                                            \
-     true,                                                                                                   \
-     Unit::unit,                                                                                             \
-     #group,                                                                                                 \
-     reg == 0x55   ? kBlk55                                                                                  \
-     : reg == 0x9D ? kBlk9D                                                                                  \
-                   : kWhole,                                                                                 \
-     meaning},
+    {#name, reg, length, 7, 0, false, reg == 0x55, true, Unit::unit, #group, masks.of, meaning},
 #define KEL_READOUT(reg, high, low, name, group, unit, meaning)                                              \
     {#name, reg, 1, high, low, true, false, false, Unit::unit, #group, nullptr, meaning},
 #define KEL_READOUT_WORD(reg, bits, name, group, unit, meaning)                                              \
@@ -147,8 +138,10 @@ namespace camCtl
 
 constexpr Field kMapped[] = {
 #include "kelisp/registerMap.def"
-    {"YGamma", 0x75, 30, 7, 0, false, false, true, Unit::Plain, "picture", kTable, "luminance gamma curve"},
-    {"PairsA4", 0xA4, 8, 7, 0, false, false, false, Unit::Plain, "other", kPairs, "pairs of settings"},
+    {"YGamma", kYGammaReg, kMaxBlock, 7, 0, false, false, true, Unit::Plain, "picture", tbl30.of,
+     "luminance gamma curve"},
+    {"PairsA4", kPairA4First, kPairA8Last - kPairA4First + 1, 7, 0, false, false, false, Unit::Plain, "other",
+     pairs.of, "pairs of settings"},
 };
 
 struct Rows {
@@ -218,7 +211,7 @@ bool PhysicalOf(Unit unit, uint32_t code, double *value)
 {
     switch (unit) {
     case Unit::Lines:
-        *value = code * kLineUs - kOffsetUs;
+        *value = code * kLineUs - kel::kOffsetTimeUs;
         return code > 0;
     case Unit::AnalogGain:
         *value = code < CXD3193AR_AGAIN_ROWS ? gtAgainTable[code].gain : 0.0;

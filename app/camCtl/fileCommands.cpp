@@ -5,13 +5,10 @@
 #include "app/camCtl/camCtl.h"
 
 #include "config/confText.h"
+#include "config/replaceFile.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace
 {
@@ -30,15 +27,6 @@ struct Settings {
     int sensorType; ///< -1 where the file does not tell
 };
 
-char *Trim(char *text)
-{
-    text += strspn(text, " \t\r\n");
-    size_t length = strlen(text);
-    while (length > 0 && strchr(" \t\r\n", text[length - 1]) != nullptr)
-        text[--length] = '\0';
-    return text;
-}
-
 bool TakeLine(const char *where, char *line, Settings &settings)
 {
     char *comment = strchr(line, '#');
@@ -48,7 +36,7 @@ bool TakeLine(const char *where, char *line, Settings &settings)
             settings.sensorType = atoi(type + sizeof(kSensorTypeMark) - 1);
         *comment = '\0';
     }
-    char *name = Trim(line);
+    char *name = cli::Trim(line);
     if (*name == '\0')
         return true;
     char *value = strchr(name, '=');
@@ -56,7 +44,7 @@ bool TakeLine(const char *where, char *line, Settings &settings)
         return cli::Fail(where, "is not NAME = VALUE") == cli::kDone;
     *value = '\0';
     ++settings.count;
-    return PutAssignment(where, Trim(name), Trim(value + 1), settings.changes);
+    return PutAssignment(where, cli::Trim(name), cli::Trim(value + 1), settings.changes);
 }
 
 /// Reads a file whole; false after its error line.
@@ -65,9 +53,10 @@ bool ReadSettings(const char *path, Settings *settings)
     *settings = {};
     settings->sensorType = -1;
     const bool isStandard = strcmp(path, "-") == 0;
-    FILE *file = isStandard ? stdin : fopen(path, "re");
+    FILE *file = isStandard ? stdin : cli::OpenToRead(path);
+    const char *name = isStandard ? "standard input" : path;
     if (file == nullptr)
-        return cli::Fail(path) == cli::kDone;
+        return false;
     bool ok = true;
     char line[kel::kLineSize];
     char where[320];
@@ -75,7 +64,7 @@ bool ReadSettings(const char *path, Settings *settings)
         const size_t length = kel::ReadLine(file, line);
         if (length == 0)
             break;
-        snprintf(where, sizeof(where), "%.300s:%d", isStandard ? "standard input" : path, number);
+        snprintf(where, sizeof(where), "%.300s:%d", name, number);
         if (line[length - 1] != '\n')
             ok = cli::Fail(where, "the line is cut, or longer than 254 characters") == cli::kDone;
         else if (strlen(line) != length)
@@ -84,61 +73,37 @@ bool ReadSettings(const char *path, Settings *settings)
             ok = TakeLine(where, line, *settings);
     }
     if (ok && ferror(file) != 0)
-        ok = cli::Fail(path) == cli::kDone;
+        ok = cli::Fail(name) == cli::kDone;
     if (!isStandard)
         fclose(file);
-    return ok && (settings->count > 0 || cli::Fail(path, "holds no settings") == cli::kDone);
+    return ok && (settings->count > 0 || cli::Fail(name, "holds no settings") == cli::kDone);
 }
 
 // ---- Writing a file
 
-void WriteSettings(FILE *file, const Image &image)
+/// Writes the settings of an Image.
+bool WriteSettings(FILE *, FILE *file, const void *what)
 {
+    const Image &image = *static_cast<const Image *>(what);
     fprintf(file, "# camCtl %s; sensor type %u, information output %u (not loaded)\n", CAMSTAT_VERSION,
             image.values[kSensorTypeReg] & 0x0FU, image.values[0xCC] & 0x07U);
     for (size_t i = 0; i < kFieldCount; ++i)
         if (kFields[i].fixed && !kFields[i].alias)
             PrintField(file, kFields[i], image.values, true);
+    return ferror(file) == 0;
 }
 
-/// Replaces a file whole: written beside it, synced, renamed.
-int ReplaceFile(const char *path, const Image &image)
+/// Replaces or makes a file; of a link, the file that it names.
+int SaveFile(const char *path, const Image &image)
 {
-    char temporary[4096];
-    char folder[4096];
-    if (snprintf(temporary, sizeof(temporary), "%s.tmp", path) >= static_cast<int>(sizeof(temporary)) ||
-        !kel::FolderOf(path, folder))
-        return cli::Fail(path, strerror(ENAMETOOLONG));
-    struct stat info;
-    const bool exists = stat(path, &info) == 0;
-    if (exists && !S_ISREG(info.st_mode))
-        return cli::Fail(path, "is no regular file");
-    unlink(temporary); // left behind by a run that was killed, or a trap; never written through
-    const int fd =
-        open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, exists ? info.st_mode & 0777 : 0644);
-    if (fd < 0)
-        return cli::Fail(temporary);
-    FILE *file = fdopen(fd, "w");
-    if (file == nullptr) {
-        cli::Fail(temporary);
-        close(fd);
-        unlink(temporary);
-        return cli::kFailed;
-    }
-    WriteSettings(file, image);
-    const bool written = fflush(file) == 0 && ferror(file) == 0 && fsync(fd) == 0;
-    const bool closed = fclose(file) == 0;
-    if (!written || !closed || rename(temporary, path) != 0) {
-        cli::Fail(path);
-        unlink(temporary);
-        return cli::kFailed;
-    }
-    const int folderFd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folderFd >= 0) {
-        fsync(folderFd); // where a folder cannot be synced, either name holds a whole file
-        close(folderFd);
-    }
-    return cli::kDone;
+    char target[PATH_MAX];
+    const char *file = kel::FollowLink(path, target);
+    if (file == nullptr)
+        return cli::Fail(path);
+    const int folder = kel::LockFolder(file);
+    const kel::Replaced replaced = kel::ReplaceFile(folder, file, true, {WriteSettings, &image});
+    kel::UnlockFolder(folder);
+    return replaced == kel::Replaced::Done ? cli::kDone : cli::Fail(path);
 }
 
 /// Marks what the settings touch, in whole stretches of 32, so that eight reads get it all.
@@ -174,18 +139,24 @@ int camCtl::Save(const Arguments &arguments)
 {
     const char *path = arguments.words[0];
     int retries = 0;
+    if (strcmp(path, "-") == 0 && arguments.Has(kJson))
+        return cli::Fail("--json", "and the settings cannot both go to standard output");
     if (!TakeRetries(arguments, &retries) || OpenCamera(retries) != cli::kDone)
         return cli::kFailed;
     Image image = {};
     Want(image, 0, kRegisters);
-    const int status = ReadWanted(image);
+    int status = ReadWanted(image);
     CloseCamera();
     if (status != cli::kDone)
         return status;
-    if (strcmp(path, "-") != 0)
-        return ReplaceFile(path, image);
-    WriteSettings(stdout, image);
-    return cli::kDone;
+    if (strcmp(path, "-") == 0) {
+        WriteSettings(nullptr, stdout, &image);
+        return cli::kDone;
+    }
+    status = SaveFile(path, image);
+    if (status == cli::kDone && arguments.Has(kJson))
+        PrintAsJson("saved", path);
+    return status;
 }
 
 int camCtl::Load(const Arguments &arguments)
@@ -200,18 +171,18 @@ int camCtl::Load(const Arguments &arguments)
     const int type = image.values[kSensorTypeReg] & 0x0F;
     const Image before = image;
     const Image target = WithChanges(image, settings.changes);
-    int written = 0;
     if (settings.sensorType >= 0 && settings.sensorType != type && !arguments.Has(kForce))
         status = cli::FailWith(
             arguments.words[0],
             "was saved from sensor type %d, this camera has type %d; --force loads it all the same",
             settings.sensorType, type);
     else if (!arguments.Has(kDryRun))
-        status = WriteChanges(image, target, &written);
+        status = WriteChanges(image, target);
     CloseCamera();
     if (status == cli::kFailed)
         return status;
-    const int changes = ShowChanges(before, arguments.Has(kDryRun) ? target : image, arguments.Has(kJson));
+    const Image &after = arguments.Has(kDryRun) ? target : image;
+    const int changes = ShowChanges({before.values, nullptr}, {after.values, nullptr}, arguments.Has(kJson));
     return arguments.Has(kDryRun) && changes > 0 ? cli::kNo : status;
 }
 
@@ -219,28 +190,22 @@ int camCtl::Diff(const Arguments &arguments)
 {
     static Settings first;
     static Settings second;
-    Image before = {};
-    Image after = {};
     if (!ReadSettings(arguments.words[0], &first))
         return cli::kFailed;
+    int changes = 0;
     if (arguments.count > 1) {
         if (!ReadSettings(arguments.words[1], &second))
             return cli::kFailed;
-        before = WithChanges(before, first.changes);
-        after = WithChanges(after, second.changes);
-        for (unsigned reg = 0; reg < kRegisters; ++reg) {
-            // Only what both files tell can differ.
-            const auto both = static_cast<uint8_t>(first.changes.masks[reg] & second.changes.masks[reg]);
-            before.values[reg] &= both;
-            after.values[reg] &= both;
-            after.wanted[reg] = both != 0;
-        }
+        changes = ShowChanges({first.changes.values, first.changes.masks},
+                              {second.changes.values, second.changes.masks}, arguments.Has(kJson));
     } else {
-        const int status = ReadForSettings(arguments, first, before);
+        Image camera = {};
+        const int status = ReadForSettings(arguments, first, camera);
         if (status != cli::kDone)
             return status;
         CloseCamera();
-        after = WithChanges(before, first.changes);
+        const Image file = WithChanges(camera, first.changes);
+        changes = ShowChanges({camera.values, nullptr}, {file.values, nullptr}, arguments.Has(kJson));
     }
-    return ShowChanges(before, after, arguments.Has(kJson)) > 0 ? cli::kNo : cli::kDone;
+    return changes > 0 ? cli::kNo : cli::kDone;
 }

@@ -4,6 +4,7 @@
 #include "app/camCtl/registers.h"
 
 #include "app/shared/commandLine.h"
+#include "app/shared/startup.h"
 #include "kelisp/drvI2c.h"
 #include "kelisp/ispCXD3193AR.h"
 #include "kelisp/sensorInfo.h"
@@ -16,8 +17,6 @@ namespace
 {
 
 using namespace camCtl;
-
-constexpr uint8_t kCameraSlave = 0xE2;
 
 /// "NAME (0xNN)" where one field is all that moves, else "registers 0xNN to 0xNN".
 void NameStretch(unsigned reg, unsigned count, char *text, size_t size)
@@ -37,11 +36,11 @@ void NameStretch(unsigned reg, unsigned count, char *text, size_t size)
 
 int FailTransfer(unsigned reg, unsigned count, const char *what)
 {
-    const char *reason = strerror(errno);
+    const int reason = errno;
     char name[64];
     NameStretch(reg, count, name, sizeof(name));
-    return cli::FailWith(name, "%s failed after %d attempt%s: %s", what, giI2cErrRetry + 1,
-                         giI2cErrRetry == 0 ? "" : "s", reason);
+    errno = reason;
+    return camCtl::FailAttempts(name, what);
 }
 
 /// Length of the stretch of marked registers at `reg`, at most `most`.
@@ -56,10 +55,16 @@ unsigned StretchAt(unsigned reg, unsigned most, IsMarked isMarked)
 
 } // namespace
 
+int camCtl::FailAttempts(const char *name, const char *what)
+{
+    return cli::FailWith(name, "%s failed after %d attempt%s: %s", what, giI2cErrRetry + 1,
+                         giI2cErrRetry == 0 ? "" : "s", strerror(errno));
+}
+
 int camCtl::OpenCamera(int retries)
 {
     giI2cErrRetry = retries;
-    return DrvI2cOpen(&gtI2cHndl, kCameraSlave) == 0 ? cli::kDone : cli::Fail("/dev/dev_i2c");
+    return DrvI2cOpen(&gtI2cHndl, camStat::kCameraSlave) == 0 ? cli::kDone : cli::Fail("/dev/dev_i2c");
 }
 
 void camCtl::CloseCamera()
@@ -77,48 +82,76 @@ void camCtl::Want(Image &image, const Field &field)
     Want(image, field.reg, field.registers);
 }
 
-int camCtl::ReadWanted(Image &image)
+int camCtl::ReadWanted(Image &image, bool goesOn)
 {
-    for (unsigned reg = 0; reg < kRegisters;) {
+    int status = cli::kDone;
+    for (unsigned reg = 0; reg < kRegisters && (goesOn || status == cli::kDone);) {
         const unsigned count = StretchAt(reg, kMostRead, [&](unsigned at) { return image.wanted[at]; });
         if (count > 0 &&
-            CXD3193AR_Read(static_cast<uint8_t>(reg), image.values + reg, static_cast<int>(count)) < 0)
-            return FailTransfer(reg, count, "read");
+            CXD3193AR_Read(static_cast<uint8_t>(reg), image.values + reg, static_cast<int>(count)) < 0) {
+            status = FailTransfer(reg, count, "read");
+            memset(image.wanted + reg, false, count);
+        }
+        reg += count > 0 ? count : 1;
+    }
+    return status;
+}
+
+namespace
+{
+
+/// Writes what is marked in `changed`, neighbours of one reflect group together.
+int WriteMarked(const Image &target, const bool (&changed)[kRegisters], int *written)
+{
+    for (unsigned reg = 0; reg < kRegisters;) {
+        const uint8_t group = CXD3193AR_ReflectBit(static_cast<uint8_t>(reg));
+        const unsigned count = StretchAt(reg, kMostWrite, [&](unsigned at) {
+            return changed[at] && CXD3193AR_ReflectBit(static_cast<uint8_t>(at)) == group;
+        });
+        if (count > 0 &&
+            CXD3193AR_Write(static_cast<uint8_t>(reg), target.values + reg, static_cast<int>(count)) < 0) {
+            FailTransfer(reg, count, "write");
+            return *written == 0 ? cli::kFailed
+                                 : cli::FailWith("registers",
+                                                 "%d written before this, none behind; the same again "
+                                                 "completes it",
+                                                 *written);
+        }
+        *written += static_cast<int>(count);
         reg += count > 0 ? count : 1;
     }
     return cli::kDone;
 }
 
-int camCtl::WriteChanges(Image &image, const Image &target, int *written)
+/// What the first read got of the image in one transfer and now has changes.
+Image ToCheck(const Image &image, const bool (&changed)[kRegisters])
 {
-    *written = 0;
     Image check = {};
     for (unsigned reg = 0; reg < kRegisters;) {
-        const uint8_t group = CXD3193AR_ReflectBit(static_cast<uint8_t>(reg));
-        const unsigned count = StretchAt(reg, kMostWrite, [&](unsigned at) {
-            return image.values[at] != target.values[at] &&
-                   CXD3193AR_ReflectBit(static_cast<uint8_t>(at)) == group;
-        });
-        if (count > 0) {
-            if (CXD3193AR_Write(static_cast<uint8_t>(reg), target.values + reg, static_cast<int>(count)) <
-                0) {
-                FailTransfer(reg, count, "write");
-                return *written == 0 ? cli::kFailed
-                                     : cli::FailWith("registers",
-                                                     "%d written before this, none behind; the same again "
-                                                     "completes it",
-                                                     *written);
-            }
-            *written += static_cast<int>(count);
-            Want(check, reg, count);
-        }
+        const unsigned count = StretchAt(reg, kMostRead, [&](unsigned at) { return image.wanted[at]; });
+        if (count > 0 && memchr(changed + reg, 1, count) != nullptr)
+            camCtl::Want(check, reg, count);
         reg += count > 0 ? count : 1;
     }
-    if (ReadWanted(check) != cli::kDone)
+    return check;
+}
+
+} // namespace
+
+int camCtl::WriteChanges(Image &image, const Image &target)
+{
+    int written = 0;
+    bool changed[kRegisters];
+    for (unsigned reg = 0; reg < kRegisters; ++reg)
+        changed[reg] = image.values[reg] != target.values[reg];
+    if (WriteMarked(target, changed, &written) != cli::kDone)
         return cli::kFailed;
+    Image check = ToCheck(image, changed);
+    if (ReadWanted(check) != cli::kDone)
+        return cli::FailWith("registers", "%d written, but not checked", written);
     int status = cli::kDone;
     for (unsigned reg = 0; reg < kRegisters; ++reg) {
-        if (!check.wanted[reg])
+        if (!changed[reg])
             continue;
         image.values[reg] = check.values[reg];
         if (check.values[reg] == target.values[reg])

@@ -25,17 +25,22 @@ struct Image {
 int OpenCamera(int retries);
 void CloseCamera();
 
+/// Prints that a transfer failed in all its attempts, with errno's text; gives kFailed.
+int FailAttempts(const char *name, const char *what);
+
 /// Marks the registers of a field, or `count` from `reg`.
 void Want(Image &image, const Field &field);
 void Want(Image &image, unsigned reg, unsigned count);
 
-/// Reads what is marked, neighbours together. kDone, or kFailed after its error line.
-int ReadWanted(Image &image);
+/// Reads what is marked, neighbours together. kDone, or kFailed after its error line; with `goesOn` what could not be
+/// read loses its mark, and the rest is read all the same.
+int ReadWanted(Image &image, bool goesOn = false);
 
-/// Writes the registers in which `target` differs from `image`, neighbours of one reflect group together, and reads
-/// them back. `image` holds what the camera holds afterwards; `*written` counts registers. kDone; kNo after an error
-/// line where a register reads back otherwise; kFailed after a line that tells what was written.
-int WriteChanges(Image &image, const Image &target, int *written);
+/// Writes the registers in which `target` differs from `image`, which was read before, neighbours of one reflect group
+/// together, and reads them back in no more transfers than the first read took. `image` holds what the camera holds
+/// afterwards. kDone; kNo after an error line where a register reads back otherwise; kFailed after a line that tells
+/// what was written.
+int WriteChanges(Image &image, const Image &target);
 
 /// Switches the information output to the live readouts where it is not, as camStat -r does.
 int OpenReadouts();

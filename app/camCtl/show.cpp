@@ -30,6 +30,10 @@ void PrintMeaning(FILE *file, const Field &field, const uint8_t *values)
 
 void CodeToJson(cli::Json &json, const char *key, const Field &field, const uint8_t *values)
 {
+    if (values == nullptr) {
+        json.Null(key);
+        return;
+    }
     if (!field.IsBlock()) {
         json.Number(key, int64_t{CodeOf(field, values)});
         return;
@@ -41,6 +45,14 @@ void CodeToJson(cli::Json &json, const char *key, const Field &field, const uint
 }
 
 } // namespace
+
+void camCtl::PrintAsJson(const char *key, const char *value)
+{
+    cli::Json json;
+    json.Begin();
+    json.Text(key, value);
+    json.End();
+}
 
 void camCtl::PrintField(FILE *file, const Field &field, const uint8_t *values, bool shown)
 {
@@ -85,13 +97,18 @@ bool camCtl::Differs(const Field &field, const uint8_t *before, const uint8_t *a
 void camCtl::PrintChange(const Field &field, const uint8_t *before, const uint8_t *after)
 {
     printf("%s: ", field.name);
-    if (!Differs(field, before, after)) {
+    if (before != nullptr && after != nullptr && !Differs(field, before, after)) {
         PrintCode(stdout, field, after);
         puts(", as it was");
         return;
     }
-    PrintCode(stdout, field, before);
-    fputs(" -> ", stdout);
+    if (before != nullptr)
+        PrintCode(stdout, field, before);
+    fputs(before != nullptr ? " -> " : "none -> ", stdout);
+    if (after == nullptr) {
+        puts("none");
+        return;
+    }
     PrintCode(stdout, field, after);
     PrintMeaning(stdout, field, after);
 }
@@ -104,29 +121,79 @@ void camCtl::ChangeToJson(cli::Json &json, const Field &field, const uint8_t *be
     json.Close('}');
 }
 
-int camCtl::ShowChanges(const Image &before, const Image &after, bool asJson)
+void camCtl::ShowRegisterChange(cli::Json *json, unsigned reg, uint8_t before, uint8_t after)
+{
+    char name[8];
+    snprintf(name, sizeof(name), "0x%02X", reg);
+    if (json != nullptr) {
+        json->Open('{', name);
+        json->Number("before", int64_t{before});
+        json->Number("after", int64_t{after});
+        json->Close('}');
+    } else if (before != after) {
+        printf("%s: 0x%02X -> 0x%02X\n", name, before, after);
+    } else {
+        printf("%s: 0x%02X, as it was\n", name, after);
+    }
+}
+
+namespace
+{
+
+/// The bits of a field in one of its registers.
+unsigned MaskIn(const Field &field, unsigned index)
+{
+    return field.IsBlock() ? field.masks[index] : (field.MaxCode() << field.low >> (8 * index)) & 0xFF;
+}
+
+bool IsKnown(const Field &field, const uint8_t *known)
+{
+    for (unsigned i = 0; known != nullptr && i < field.registers; ++i)
+        if ((MaskIn(field, i) & ~static_cast<unsigned>(known[field.reg + i])) != 0)
+            return false;
+    return true;
+}
+
+} // namespace
+
+int camCtl::ShowChanges(const Side &before, const Side &after, bool asJson)
 {
     int changes = 0;
+    uint8_t named[kRegisters] = {}; // bits that fields have
     cli::Json json;
     if (asJson) {
-        json.Open('{');
+        json.Begin();
         json.Open('{', "changes");
     }
     for (size_t i = 0; i < kFieldCount; ++i) {
         const Field &field = kFields[i];
-        if (field.alias || field.live || !after.wanted[field.reg] ||
-            !Differs(field, before.values, after.values))
+        if (field.alias)
+            continue;
+        for (unsigned r = 0; r < field.registers; ++r)
+            named[field.reg + r] = static_cast<uint8_t>(named[field.reg + r] | MaskIn(field, r));
+        const uint8_t *from = IsKnown(field, before.known) ? before.values : nullptr;
+        const uint8_t *to = IsKnown(field, after.known) ? after.values : nullptr;
+        if (field.live || (from == nullptr && to == nullptr) ||
+            (from != nullptr && to != nullptr && !Differs(field, from, to)))
             continue;
         ++changes;
         if (asJson)
-            ChangeToJson(json, field, before.values, after.values);
+            ChangeToJson(json, field, from, to);
         else
-            PrintChange(field, before.values, after.values);
+            PrintChange(field, from, to);
+    }
+    for (unsigned reg = 0; reg < kRegisters; ++reg) {
+        const bool known = (before.known == nullptr || before.known[reg] == 0xFF) &&
+                           (after.known == nullptr || after.known[reg] == 0xFF);
+        if (!known || before.values == nullptr || after.values == nullptr ||
+            ((before.values[reg] ^ after.values[reg]) & ~named[reg]) == 0)
+            continue;
+        ++changes;
+        ShowRegisterChange(asJson ? &json : nullptr, reg, before.values[reg], after.values[reg]);
     }
     if (asJson) {
         json.Close('}');
-        json.Close('}');
-        putchar('\n');
+        json.End();
     }
     return changes;
 }

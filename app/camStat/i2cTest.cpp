@@ -6,17 +6,14 @@
 
 #include "app/camStat/options.h"
 #include "app/camStat/reports.h"
+#include "app/shared/stressFiles.h"
 #include "base/pause.h"
 #include "base/report.h"
 #include "kelisp/clock.h"
-#include "kelisp/ispCXD3193AR.h"
-#include "kelisp/osa.h"
 
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
-#include <stdlib.h>
-#include <sys/wait.h>
 
 constinit kel::AtomicWord giI2cTestThreald{0};
 
@@ -26,15 +23,6 @@ namespace
 enum ThreadState : int32_t { kNotStarted = 0, kRunning = 1, kFinished = 2 };
 
 constexpr uint32_t kWaitUs = 1000000;
-
-constexpr char kResultPrefix[] = "/mnt/nand/I2cTestResult_";
-constexpr char kClearKernelLog[] = "dmesg -c > /dev/null";
-constexpr char kCaptureKernelLog[] = "dmesg | grep i2c_davinci > /mnt/nand/dmesg_";
-
-constexpr size_t kSummarySize = 256;
-constexpr size_t kPathSize = 64;
-
-static_assert(sizeof(kCaptureKernelLog) + 14 <= kPathSize); // 14 digits of the stamp
 
 // While the test runs, the exposure values switch between these two whenever more than this time has passed.
 // Nothing applies them to the camera during the test.
@@ -53,23 +41,15 @@ struct TestRun {
     int64_t startMs; // of the run, then of the last exposure switch
     int64_t nowMs;
     int iteration;
-    int nextValues;             // of kSwitched, at the next switch
-    char summary[kSummarySize]; // of the last iteration; empty before the first
+    int nextValues;                      // of kSwitched, at the next switch
+    char summary[camStat::kSummarySize]; // of the last iteration; empty before the first
 };
 
-/// Runs a shell command; what it returns tells nothing about the camera. But while it runs, the caller of
-/// system() ignores SIGINT: a command that died of it, or a shell whose command did, took it in our place.
-void RunShell(const char *command)
+/// An interrupt that came while the shell ran is taken as if it had come before.
+void StopAfter(bool interrupted)
 {
-    const int status = system(command);
-    if (WTERMSIG(status) == SIGINT || (WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT))
+    if (interrupted)
         SigHandler(SIGINT);
-}
-
-/// The output is lost; the result is not.
-void OnLostOutput(int)
-{
-    kel::StoreWord(giCamStatTerm, 1);
 }
 
 void TakeMs(int64_t *ms)
@@ -99,9 +79,7 @@ void SwitchExposureValues(TestRun &run)
 
 void PrintSummary(TestRun &run)
 {
-    snprintf(run.summary, sizeof(run.summary) - 1,
-             "I2C Error Counts = %d\nI2C Read Error Counts = %d\n[%s][%s][%d]:\n", giI2cErrCount,
-             giI2cReadErrCount, run.start, run.now, run.iteration);
+    camStat::FormatSummary(run.summary, run.start, run.now, run.iteration);
     fputs(run.summary, stdout);
 }
 
@@ -127,24 +105,11 @@ void ReadUntilStopped(TestRun &run)
 /// text is reported as well: the technician must not go home with an empty result.
 bool SaveResult(const TestRun &run, const char *stamp)
 {
-    char path[kPathSize];
-    snprintf(path, sizeof(path), "%s%s", kResultPrefix, stamp);
-    FILE *result = fopen(path, "w+");
-    if (result == nullptr) {
-        fprintf(stderr, "fopen %s failed!\n", path);
-        return false;
-    }
-    const bool written = fputs(run.summary, result) >= 0;
-    if (fclose(result) != 0 || !written)
-        fprintf(stderr, "write %s failed!\n", path);
-    return true;
-}
-
-void CaptureKernelLog(const char *stamp)
-{
-    char command[kPathSize];
-    snprintf(command, sizeof(command), "%s%s", kCaptureKernelLog, stamp);
-    RunShell(command);
+    char path[camStat::kResultPathSize];
+    const camStat::Saved saved = camStat::SaveResult(run.summary, stamp, path);
+    if (saved != camStat::Saved::Done)
+        fprintf(stderr, "%s %s failed!\n", saved == camStat::Saved::NotOpened ? "fopen" : "write", path);
+    return saved != camStat::Saved::NotOpened;
 }
 
 } // namespace
@@ -154,28 +119,20 @@ void *I2cTestThread(void *)
     kel::StoreWord(giI2cTestThreald, kRunning);
     gdbSensorDgain = 1.0;
     TestRun run = {};
-    RunShell(kClearKernelLog); // the capture at the end then holds this run's messages only
+    StopAfter(camStat::ClearKernelLog());
     GetDateTime(run.start);
     TakeMs(&run.startMs);
     if (!StopRequested())
         ReadUntilStopped(run);
     GetTimeStamp(run.now); // the form for file names
     if (SaveResult(run, run.now))
-        CaptureKernelLog(run.now);
+        StopAfter(camStat::CaptureKernelLog(run.now));
     kel::StoreWord(giI2cTestThreald, kFinished);
     return nullptr;
 }
 
 namespace camStat
 {
-
-void KeepResultWithoutOutput()
-{
-    struct sigaction before;
-    if (sigaction(SIGHUP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
-        OSA_setSignalHandler(SIGHUP, OnLostOutput);
-    OSA_setSignalHandler(SIGPIPE, OnLostOutput);
-}
 
 void RunI2cTest()
 {

@@ -21,11 +21,6 @@ void *I2cTestThread(void *);
 namespace camStat
 {
 
-/// Lets the stress test end as after SIGTERM when its terminal is lost (SIGHUP) or what reads its output is
-/// gone (SIGPIPE): hours of counting are then not lost with it. SIGHUP stays ignored where the caller ignores
-/// it (nohup). All other actions are short, keep nothing, and die of both.
-void KeepResultWithoutOutput();
-
 /// Starts the test thread, waits until it has finished (looking once a second) and prints the finish line on
 /// standard error. A thread that cannot be started is reported there, and nothing is waited for.
 void RunI2cTest();

@@ -42,6 +42,12 @@ void ApplyExposure()
         fputs("SetMnlDgn failed", stdout);
 }
 
+/// Hours of counting are not lost with the terminal: the test ends as after SIGTERM.
+void OnLostOutput(int)
+{
+    kel::StoreWord(giCamStatTerm, 1);
+}
+
 void PerformAction()
 {
     switch (giOption) {
@@ -87,7 +93,7 @@ int main(int argc, char **argv)
     camStat::AskForExactPauses();
     camStat::InstallStopHandler(SigHandler);
     if (giOption == kActionStressTest)
-        camStat::KeepResultWithoutOutput();
+        camStat::InstallLostOutputHandler(OnLostOutput);
     if (camStat::StartBoard("camStat") != 0)
         return kExitDone;
     PerformAction();

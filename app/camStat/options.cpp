@@ -226,10 +226,12 @@ namespace camStat
 
 Parsed ParseOptions(int argc, char **argv)
 {
+    if (argc < 2)
+        return Parsed::Usage;
     for (;;) {
         const int letter = getopt_long(argc, argv, kGetoptTables.letters, kGetoptTables.names, nullptr);
         if (letter == -1)
-            return argc < 2 ? Parsed::Usage : Parsed::Run;
+            return Parsed::Run;
         const Parsed parsed = TakeOption(letter, argc, argv);
         if (parsed != Parsed::Run)
             return parsed;

@@ -4,7 +4,9 @@
 #include "app/shared/commandLine.h"
 
 #include "app/shared/process.h"
+#include "config/confText.h"
 
+#include <ctype.h>
 #include <errno.h>
 #include <stdarg.h>
 #include <string.h>
@@ -63,13 +65,24 @@ int FailUsage(const Command &command, const char *what, const char *why)
     return kFailed;
 }
 
-int OptionIndex(const char *word, size_t length)
+/// A word that looks like an option; "-" and a number do not.
+bool LooksLikeOption(const char *word)
 {
-    for (int i = 0; i < gProgram->optionCount; ++i)
-        if (strncmp(gProgram->options[i].name, word, length) == 0 &&
-            gProgram->options[i].name[length] == '\0')
-            return i;
-    return -1;
+    return word[0] == '-' && word[1] != '\0' && !isdigit(static_cast<unsigned char>(word[1]));
+}
+
+/// The option that a word names, and where its value begins in the word; null where it does not.
+const Option *FindOption(char *word, char **attached)
+{
+    const size_t length = word[1] == '-' ? strcspn(word, "=") : 2;
+    for (int i = 0; i < gProgram->optionCount; ++i) {
+        const Option &option = gProgram->options[i];
+        if (strncmp(option.name, word, length) != 0 || option.name[length] != '\0')
+            continue;
+        *attached = word[length] == '\0' ? nullptr : word + length + (word[length] == '=' ? 1 : 0);
+        return &option;
+    }
+    return nullptr;
 }
 
 const Command *FindCommand(const char *name)
@@ -83,26 +96,25 @@ const Command *FindCommand(const char *name)
 /// Takes one option, and its value from behind '=' or from the next word. `at` moves on to the last word used.
 int TakeOption(Arguments &arguments, int argc, char **argv, int &at)
 {
-    const char *word = argv[at];
-    const size_t length = strcspn(word, "=");
-    const int index = OptionIndex(word, length);
-    if (index < 0)
-        return Fail(word, "unknown option");
-    const Option &option = gProgram->options[index];
-    const char *attached = word[length] == '=' ? word + length + 1 : nullptr;
-    if (arguments.options[index] != nullptr)
-        return Fail(option.name, "given twice");
-    if (option.value == nullptr && attached != nullptr)
-        return Fail(option.name, "takes no value");
-    if (option.value != nullptr && attached == nullptr && ++at == argc)
-        return FailWith(option.name, "%s is missing", option.value);
-    arguments.options[index] = option.value == nullptr ? "" : attached != nullptr ? attached : argv[at];
+    char *attached = nullptr;
+    const Option *option = FindOption(argv[at], &attached);
+    if (option == nullptr)
+        return Fail(argv[at], "unknown option");
+    char *&given = arguments.options[option - gProgram->options];
+    if (given != nullptr)
+        return Fail(option->name, "given twice");
+    if (option->value == nullptr && attached != nullptr)
+        return Fail(option->name, "takes no value");
+    if (option->value != nullptr && attached == nullptr && ++at == argc)
+        return FailWith(option->name, "%s is missing", option->value);
+    given = attached != nullptr ? attached : argv[at];
     return kDone;
 }
 
 int Run(int argc, char **argv)
 {
     static Arguments arguments; // not on the stack of a small board
+    arguments = {};
     const Command *command = nullptr;
     bool wantsHelp = false;
     bool optionsEnded = false;
@@ -112,7 +124,7 @@ int Run(int argc, char **argv)
     }
     for (int i = 1; i < argc; ++i) {
         char *word = argv[i];
-        if (!optionsEnded && word[0] == '-' && word[1] != '\0') {
+        if (!optionsEnded && LooksLikeOption(word)) {
             if (strcmp(word, "--") == 0)
                 optionsEnded = true;
             else if (strcmp(word, "--help") == 0 || strcmp(word, "-h") == 0)
@@ -150,12 +162,35 @@ int Run(int argc, char **argv)
 
 } // namespace
 
+const char *cli::Arguments::Name(int option) const
+{
+    return gProgram->options[option].name;
+}
+
 int cli::Fail(const char *what, const char *why)
 {
     const char *reason = why != nullptr ? why : strerror(errno);
     fflush(stdout); // what was printed before stands before the error, also where both go to one file
     fprintf(stderr, "%s: %s: %s\n", gProgram->name, what, reason);
     return kFailed;
+}
+
+FILE *cli::OpenToRead(const char *path)
+{
+    FILE *file = kel::OpenToRead(path);
+    if (file == nullptr)
+        Fail(path, errno == EINVAL ? "is no regular file" : nullptr);
+    return file;
+}
+
+char *cli::Trim(char *text)
+{
+    static constexpr char kBlanks[] = " \t\r\n";
+    text += strspn(text, kBlanks);
+    size_t length = strlen(text);
+    while (length > 0 && strchr(kBlanks, text[length - 1]) != nullptr)
+        text[--length] = '\0';
+    return text;
 }
 
 int cli::FailWith(const char *what, const char *format, ...)
@@ -171,7 +206,7 @@ int cli::FailWith(const char *what, const char *format, ...)
 int cli::RunProgram(const Program &program, int argc, char **argv)
 {
     gProgram = &program;
-    camStat::SetUpStreams();
+    camStat::SetUpStreams(camStat::Leaves::InBlocks);
     const int status = Run(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return Fail("standard output");

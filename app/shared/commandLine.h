@@ -24,13 +24,14 @@ constexpr int kMaxWords = 256;
 struct Arguments {
     char *words[kMaxWords];
     int count;
-    const char *options[16]; ///< null: not given; "" for a given option without a value
+    char *options[16]; ///< null: not given; the option itself where it takes no value
     char *Word(int index) const { return index < count ? words[index] : nullptr; }
     bool Has(int option) const { return options[option] != nullptr; }
+    const char *Name(int option) const; ///< of an option, with its dashes
 };
 
 struct Option {
-    const char *name;  ///< with its dashes
+    const char *name;  ///< with its dashes; a single letter's value may stand right behind it
     const char *value; ///< what stands behind it, for the help; null when it takes none
     const char *help;
 };
@@ -54,9 +55,9 @@ struct Program {
     int optionCount;
 };
 
-/// Runs the command that argv names. Options may stand anywhere behind the program's name; "--" ends them. --help
-/// and --version are every program's own. Standard output is line-buffered; when not all of it can be written the
-/// status is kFailed.
+/// Runs the command that argv names. Options may stand anywhere behind the program's name; "--" ends them, and "-" and
+/// "-5" are none. --help and --version are every program's own. Standard output leaves in blocks where no terminal reads
+/// it; when not all of it can be written the status is kFailed.
 int RunProgram(const Program &program, int argc, char **argv);
 
 /// Prints "PROGRAM: WHAT: WHY" on standard error; gives kFailed. `why` null stands for errno's text.
@@ -64,6 +65,13 @@ int Fail(const char *what, const char *why = nullptr);
 
 /// The same with a composed reason.
 [[gnu::format(printf, 2, 3)]] int FailWith(const char *what, const char *format, ...);
+
+/// Opens a file to read it. What would hold the program up in a file's place, a FIFO or a device, is refused. Null after
+/// its message.
+FILE *OpenToRead(const char *path);
+
+/// A text without the blanks and line ends around it: its first other character, behind whose last it ends now.
+char *Trim(char *text);
 
 } // namespace cli
 

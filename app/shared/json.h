@@ -14,6 +14,14 @@ namespace cli
 class Json
 {
   public:
+    /// The object that a text is, and its end with the line's.
+    void Begin() { Open('{'); }
+    void End()
+    {
+        Close('}');
+        putchar('\n');
+        first_ = true;
+    }
     void Open(char bracket, const char *key = nullptr)
     {
         Separate(key);

@@ -10,12 +10,8 @@
 #include "kelisp/ispSensor.h"
 #include "kelisp/osa.h"
 
-#include <stdint.h>
-
 namespace
 {
-
-constexpr uint8_t kCameraSlave = 0xE2;
 
 void StopCmem()
 {

@@ -5,8 +5,13 @@
 #ifndef CAMSTAT_APP_SHARED_STARTUP_H
 #define CAMSTAT_APP_SHARED_STARTUP_H
 
+#include <stdint.h>
+
 namespace camStat
 {
+
+/// The camera processor's address on the camera bus, as the driver takes it.
+inline constexpr uint8_t kCameraSlave = 0xE2;
 
 /// Starts the platform and the camera link. A step that fails is reported on standard
 /// error, as `module`'s function "main", and what had been started before it is stopped
