@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// How much the stress test adds to the work that it cannot do without: the rate of its loop beside the rate
-// of a bare loop of the same requests and pauses, in turns within one run. Run it on the simulated board:
-// camSim loopBench [ROUNDS] The exit status is 1 when the test's loop falls below 98 % of the bare loop.
+// How much the stress tests of camStat and camCtl add to the work that they cannot do without: the rate of their loops
+// beside the rate of a bare loop of the same requests and pauses, in turns within one run. Run it on the simulated
+// board: camSim loopBench [ROUNDS] The exit status is 1 when one of them falls below 98 % of the bare loop.
 #include "app/camStat/i2cTest.h"
 #include "app/camStat/options.h"
 #include "app/shared/process.h"
@@ -13,6 +13,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
 #include <thread>
 #include <time.h>
 #include <unistd.h>
@@ -91,6 +94,31 @@ double TestRate()
     return rate;
 }
 
+/// camCtl's own figure of a run; it stands beside this program.
+double CamCtlRate()
+{
+    const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::string command = "'" + (folder / "camCtl").string() + "' stress --no-files --json --time " +
+                                std::to_string(kTurn.count()) + "s";
+    static constexpr char kKey[] = "\"rounds_per_second\":";
+    char text[1024] = "";
+    FILE *output = popen(command.c_str(), "r");
+    if (output == nullptr || fgets(text, sizeof(text), output) == nullptr || pclose(output) != 0)
+        exit(2);
+    const char *rate = strstr(text, kKey);
+    return rate != nullptr ? atof(rate + sizeof(kKey) - 1) : 0.0;
+}
+
+/// Prints and judges the ratios of one contender.
+bool IsFastEnough(const char *name, std::vector<double> ratios)
+{
+    std::sort(ratios.begin(), ratios.end());
+    const double median = ratios[ratios.size() / 2];
+    printf("%s: median of %zu rounds %.2f %% (wanted: %.0f %%)\n", name, ratios.size(), 100 * median,
+           100 * kWantedRatio);
+    return median >= kWantedRatio;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -100,16 +128,17 @@ int main(int argc, char **argv)
     camStat::AskForExactPauses();
     if (camStat::StartBoard("loopBench") != 0)
         return 2;
-    std::vector<double> ratios;
+    std::vector<double> camStatRatios, camCtlRatios;
     for (int round = 0; round < rounds; ++round) {
         const double bare = BareRate();
-        const double test = TestRate();
-        printf("bare loop %.2f /s, stress test %.2f /s: %.2f %%\n", bare, test, 100 * test / bare);
-        ratios.push_back(test / bare);
+        const double ofCamStat = TestRate();
+        const double ofCamCtl = CamCtlRate();
+        printf("bare loop %.2f /s, camStat -t %.2f /s: %.2f %%, camCtl stress %.2f /s: %.2f %%\n", bare,
+               ofCamStat, 100 * ofCamStat / bare, ofCamCtl, 100 * ofCamCtl / bare);
+        camStatRatios.push_back(ofCamStat / bare);
+        camCtlRatios.push_back(ofCamCtl / bare);
     }
     camStat::StopBoard();
-    std::sort(ratios.begin(), ratios.end());
-    const double median = ratios[ratios.size() / 2];
-    printf("median of %d rounds: %.2f %% (wanted: %.0f %%)\n", rounds, 100 * median, 100 * kWantedRatio);
-    return median >= kWantedRatio ? 0 : 1;
+    const bool good = IsFastEnough("camStat -t", camStatRatios);
+    return IsFastEnough("camCtl stress", camCtlRatios) && good ? 0 : 1;
 }
