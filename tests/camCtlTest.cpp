@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// camCtl as its users meet it: the unmodified program on the simulated board, whose registers are looked at from behind.
+// What camCtl does over time and to every row of the register map; what it prints stands in transcripts.
 #include "programRun.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
 
-#include <fstream>
+#include <filesystem>
 #include <sstream>
 
 namespace
@@ -15,198 +17,176 @@ class CamCtl : public ::testing::Test
 {
   protected:
     SimBoard board;
-    std::string file = board.Path("saved");
 
     Outcome Run(const Words &words, const Words &options = {})
     {
         return board.Run(With({"camCtl"}, words), options);
     }
-    void Expect(const Words &words, int status, const std::string &out, const std::string &err)
+    std::vector<unsigned> Registers()
     {
-        const Outcome outcome = Run(words);
-        EXPECT_EQ(outcome.status, status) << words.back() << outcome.err;
-        EXPECT_EQ(outcome.out, out) << words.back();
-        EXPECT_EQ(outcome.err, err.empty() ? "" : "camCtl: " + err + "\n") << words.back();
-    }
-    std::string Registers() { return Run({"get", "0x00-0xFF"}).out; }
-    void Write(const std::string &text) { std::ofstream(file, std::ios::binary) << text; }
-    /// Transfers of a run: block reads, writes.
-    std::pair<int, int> Transfers(const Words &words)
-    {
-        const std::string trace = Run(words, {"--trace"}).err;
-        return {Count(trace, " read  "), Count(trace, " write ")};
+        std::istringstream dump(
+            Run({"dump", "--hex"}, {"--speed", "1000"}).out.substr(52)); // below the columns' heads
+        std::vector<unsigned> registers;
+        for (std::string word; dump >> word;)
+            if (word.back() != ':')
+                registers.push_back(static_cast<unsigned>(std::stoul(word, nullptr, 16)));
+        return registers;
     }
 };
 
-TEST_F(CamCtl, ValuesReadAndSetInUnits)
+TEST_F(CamCtl, AValueThatDoesNotReadBackIsTold)
 {
-    const struct {
-        Words words;
-        int status;
-        std::string out, err;
-    } cases[] = {
-        {{"set", "MnlAgn=2.0x"}, 0, "MnlAgn: 0 -> 64  # gain 2.000\n", ""},
-        {{"set", "mnlagn=6dB"}, 0, "MnlAgn: 64, as it was\n", ""},
-        {{"set", "MnlAgn=0x80", "MnlDgn=2.49x"},
-         0,
-         "MnlAgn: 64 -> 128  # gain 4.000\nMnlDgn: 8 -> 20  # gain 2.500\n",
-         ""},
-        {{"set", "MeExpTim=10ms"}, 0, "MeExpTim: 545 -> 328  # 10013.05 us, 1/100 s\n", ""},
-        {{"expose", "shutter=1/30s", "again=1x"},
-         0,
-         "MeExpTim: 328 -> 1091  # 33326.94 us, 1/30 s\nMnlAgn: 128 -> 0  # gain 1.000\n",
-         ""},
-        {{"set", "AeEvSet=-0.5EV"}, 0, "AeEvSet: 16 -> 14  # -0.50 EV\n", ""},
-        {{"set", "AeFlickMode=50Hz", "AeHoldH=on"},
-         0,
-         "AeFlickMode: 4 -> 6  # for 50 Hz lamps\nAeHoldH: 0 -> 1  # on\n",
-         ""},
-        {{"get", "AeHoldH", "0x34", "Blk9D"},
-         0,
-         "AeHoldH = 1  # on\n0x34 = 0x28\nBlk9D = 0x00 0x00 0x00 0x00 0x00 0x00\n",
-         ""},
-        {{"set", "0x34=0x40", "--dry-run"}, 1, "0x34: 0x28 -> 0x40\n", ""},
-        {{"get", "0x34"}, 0, "0x34 = 0x28\n", ""},
-        {{"set", "MnlAgn=193"}, 2, "", "set: MnlAgn: 193 is outside 0 to 192, 1.000x to 7.953x"},
-        {{"set", "MnlAgn=0.9x"}, 2, "", "set: MnlAgn: 0.9x is outside 0 to 192, 1.000x to 7.953x"},
-        {{"set", "AeTimer=32"}, 2, "", "set: AeTimer: 32 is outside 0 to 31"},
-        {{"set", "AeTimer=nan"}, 2, "", "set: AeTimer: nan is no value; it takes 0 to 31"},
-        {{"set", "MnlAgn=1x", "0x37=3"}, 2, "", "set: 0x37 is set twice"},
-        {{"set", "MnlAgm=1"}, 2, "", "set: unknown name MnlAgm, the nearest is MnlAgn"},
-        {{"set", "RawAvg=1"}, 2, "", "set: RawAvg is a live readout, which only the camera sets"},
-        {{"set", "0x21=1"}, 2, "", "set: 0x21 is one of the registers that only the camera sets"},
-        {{"get", "@none"},
-         2,
-         "",
-         "@none: unknown group; there are @live @ae @exposure @awb @picture @daynight @noise @other"},
-        {{"get", "MnlAgn", "--hex"},
-         2,
-         "",
-         "--hex: not for this command\nUsage:\n  camCtl get NAME|ADDR|ADDR-ADDR|@GROUP|all..."},
-        {{"led", "dim"}, 2, "", "led: dim is neither on nor off"},
-        {{"--retries", "101", "dump"}, 2, "", "--retries: 101 is not a number from 0 to 100"},
-    };
-    for (const auto &c : cases)
-        Expect(c.words, c.status, c.out, c.err);
+    // Another program changes the register in the pause behind the write.
+    Started first(board.Command({"camCtl", "set", "Reg94=5"}, {"--fault", "sleep:nth=3,delay=3s"}));
+    for (int i = 0; i < 100 && Run({"get", "Reg94"}).out != "Reg94 = 5\n"; ++i)
+        usleep(1000);
+    EXPECT_EQ(Run({"set", "Reg94=7"}).status, 0);
+    const Outcome outcome = first.Wait();
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "camCtl: Reg94 (0x94): wrote 0x05, reads back as 0x07\n");
+    EXPECT_EQ(outcome.out, "Reg94: 0 -> 7\n");
 }
 
-TEST_F(CamCtl, EveryFieldIsSetByNameAndNothingElseChanges)
+struct MapRow {
+    std::string name;
+    unsigned reg, registers, high, low;
+    bool live;
+
+    bool IsBlock() const { return registers > 2; }
+    unsigned Mask(unsigned at) const // its bits in register `at`
+    {
+        if (at < reg || at >= reg + registers)
+            return 0;
+        return IsBlock() ? 0xFF : ((2U << high) - (1U << low)) >> 8 * (at - reg) & 0xFF;
+    }
+};
+
+#define KEL_FIELD(reg, high, low, name, ...) {#name, reg, 1, high, low, false},
+#define KEL_WORD(reg, name, ...) {#name, reg, 2, 15, 0, false},
+#define KEL_BLOCK(reg, length, name, ...) {#name, reg, length, 7, 0, false},
+#define KEL_READOUT(reg, high, low, name, ...) {#name, reg, 1, high, low, true},
+#define KEL_READOUT_WORD(reg, bits, name, ...) {#name, reg, 2, bits - 1, 0, true},
+const MapRow kMap[] = {
+#include "kelisp/registerMap.def"
+    {"YGamma", 0x75, 30, 7, 0, false},
+    {"PairsA4", 0xA4, 8, 7, 0, false},
+};
+
+TEST_F(CamCtl, EveryRowIsReadAndWrittenByNameInItsBitsAlone)
 {
-    std::istringstream fields(Run({"list"}).out);
-    std::string line;
-    int count = 0;
-    while (std::getline(fields, line)) {
-        std::istringstream words(line);
-        std::string name, address, bits, access;
-        words >> name >> address >> bits >> access;
-        if (access != "rw" || name.starts_with("Blk") || name == "YGamma" || name == "PairsA4" ||
-            name == "CisType")
+    const std::vector<unsigned> initial = Registers();
+    std::vector<unsigned> before = initial;
+    ASSERT_EQ(before.size(), 256U);
+    const std::string list = "\n" + RunPlain({"camCtl", "list"}).out, all = "\n" + Run({"get", "all"}).out;
+    for (const MapRow &row : kMap) {
+        unsigned least = 0, most = 0;
+        char access[3] = "";
+        if (!row.IsBlock())
+            sscanf(list.c_str() + list.find("\n" + row.name + " "), " %*s %*s %*s %2s %u to %u", access,
+                   &least, &most);
+        const auto codeIn = [&row](const std::vector<unsigned> &registers) {
+            const unsigned high = row.registers == 2 ? registers[row.reg + 1] << 8 : 0;
+            return ((registers[row.reg] | high) & ((2U << row.high) - 1)) >> row.low;
+        };
+        const std::string line = "\n" + row.name + " = " + std::to_string(codeIn(initial));
+        EXPECT_TRUE(row.IsBlock() || all.find(line + "\n") != std::string::npos ||
+                    all.find(line + "  #") != std::string::npos)
+            << line;
+        if (row.live || row.name == "CisType") // not settable, or not to another type without consequences
             continue;
-        ++count;
-        const bool isZero = Run({"get", name}).out.starts_with(name + " = 0");
-        const std::string rest = Registers();
-        const Outcome outcome = Run({"set", name + (name == "AeEvSet" ? "=9" : isZero ? "=1" : "=0")});
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
-        const std::string after = Registers();
-        int changed = 0;
-        for (size_t i = 0; i < after.size(); i += after.size() / 256)
-            changed += after.substr(i, 12) != rest.substr(i, 12) && after.compare(i, 3, "0x1") != 0;
-        EXPECT_TRUE(changed >= 1 && changed <= 2) << name << outcome.out;
+        EXPECT_TRUE(row.IsBlock() || (most > least && std::string(access) == "rw")) << row.name;
+        const unsigned value = codeIn(before) == most ? least : most;
+        std::string text = std::to_string(value);
+        for (unsigned i = 0; row.IsBlock() && i < row.registers; ++i)
+            text = (i == 0 ? "" : text + ",") + std::to_string(1 + i);
+        EXPECT_EQ(Run({"set", row.name + "=" + text}, {"--speed", "1000"}).status, 0) << row.name << text;
+        const std::vector<unsigned> after = Registers();
+        for (unsigned at = 0x23; at < 256; ++at) {
+            const unsigned mask = row.Mask(at); // nonzero in the row's own registers alone
+            const unsigned wanted = mask == 0       ? 0
+                                    : row.IsBlock() ? 1 + at - row.reg
+                                                    : value << row.low >> 8 * (at - row.reg) & 0xFF;
+            EXPECT_EQ(after[at], (before[at] & ~mask) | wanted) << row.name << at;
+        }
+        before = after;
     }
-    EXPECT_EQ(count, 81); // the map's fields and the exposure word, without the sensor type
 }
 
-TEST_F(CamCtl, FilesAreLoadedWholeOrNotAtAllWithFewTransfers)
+TEST_F(CamCtl, WatchGivesALineEachTimeAndEmptyCellsForWhatFailed)
 {
-    Expect({"save", file}, 0, "", "");
-    const std::string saved = ReadFile(file);
-    EXPECT_TRUE(
-        saved.starts_with("# camCtl 0.0.4; sensor type 6, information output 0 (not loaded)\nReg01_0 = 0\n"));
-    EXPECT_NE(saved.find("\nYGamma = 0x"), std::string::npos);
-    EXPECT_EQ(saved.find("\nCisType"), std::string::npos);
-    Expect({"diff", file}, 0, "", "");
-    Expect({"set", "MnlAgn=9", "MnlDgn=9", "ApGan=3"}, 0,
-           "MnlAgn: 0 -> 9  # gain 1.076\nMnlDgn: 8 -> 9  # gain 1.125\nApGan: 44 -> 3\n", "");
-    const std::string back = "MnlAgn: 9 -> 0  # gain 1.000\nMnlDgn: 9 -> 8  # gain 1.000\nApGan: 3 -> 44\n";
-    Expect({"diff", file}, 1, back, "");
-    Expect({"load", file, "--dry-run"}, 1, back, "");
-    const auto [reads, writes] = Transfers({"load", file});
-    EXPECT_EQ(writes, 2);        // 0x37 and 0x38 are neighbours
-    EXPECT_LE(reads, 8 + 2 + 2); // a poll before each write, a check of each stretch
-    Expect({"load", file}, 0, "", "");
-    EXPECT_LE(Transfers({"dump"}).first, 9);
-    EXPECT_EQ(Transfers({"dump"}).second, 0);
+    const Outcome csv = Run({"watch", "--csv", "--count=3", "--every=20ms", "@live", "MwbB", "0x37",
+                             "analog_gain", "manual_wbb", "MwbB"},
+                            {"--fault", "i2c.read:reg=MwbB,after=1"});
+    EXPECT_EQ(csv.status, 2);
+    const std::string live = ",0,0,0,545,3781,32,108,92,1024,";
+    EXPECT_TRUE(Matches(
+        csv.out, "^time_s,DnStatus,MirisStatus,LngExpFrm,ExpTime,AnlGain,DgtlGain,WbbGain,WbrGain,RawAvg,"
+                 "MwbB,0x37,analog_gain,manual_wbb\n0.000" +
+                     live + "108,0,1.083,\n0.0[0-9]{2}" + live + ",0,1.083,\n0.[01][0-9]{2}" + live +
+                     ",0,1.083,\n$"))
+        << csv.out;
+    EXPECT_NE(csv.err.find("camCtl: MwbB (0x3E): read failed after 4 attempts: Input/output error\n"),
+              std::string::npos);
+    Started lines(board.Command({"camCtl", "watch", "--every=1h", "InfoOut"}));
+    ASSERT_TRUE(lines.AwaitOut("InfoOut = 0\n"));
+    kill(lines.Pid(), SIGINT);
+    EXPECT_EQ(lines.Wait().status, 0);
+}
 
-    const struct {
-        std::string text, err;
-    } bad[] = {
-        {"MnlAgn = 3\nNone = 4\n", ":2: unknown name None"},
-        {"MnlAgn = 3\nMnlDgn = 400\n", ":2: MnlDgn: 400 is outside 0 to 255, 0.000x to 31.875x"},
-        {"MnlAgn = 3\n\n0x37 = 4\n", ":3: 0x37 is set twice"},
-        {"MnlAgn = 3", ":1: the line is cut, or longer than 254 characters"},
-        {"# nothing\n", ": holds no settings"},
-        {"MnlAgn\n", ":1: is not NAME = VALUE"},
-        {"Blk9D = 1 2 3\n", ":1: Blk9D takes 6 bytes, this has 3"},
-        {"# sensor type 7\nMnlAgn = 3\n",
-         ": was saved from sensor type 7, this camera has type 6; --force loads it all the same"},
+// ---- The stress test
+
+TEST_F(CamCtl, StressReadsWhatCamStatReadsAndLeavesTheSameFiles)
+{
+    const Words fault = {"--trace", "--speed", "1000", "--fault",
+                         "i2c.read:reg=RawAvg,after=1,errno=ETIMEDOUT"};
+    const auto shell = [](const std::string &script, const Words &words) {
+        return Started(With({"/bin/sh", "-c", script, "sh"}, words)).Wait().out;
     };
-    for (const auto &c : bad) {
-        Write(c.text);
-        Expect({"load", file}, 2, "", file + c.err);
-        Expect({"get", "MnlAgn"}, 0, "MnlAgn = 0  # gain 1.000\n", "");
-    }
-    Expect({"load", file, "--force"}, 0, "MnlAgn: 0 -> 3  # gain 1.024\n", "");
-}
-
-TEST_F(CamCtl, FailuresNameWhatFailed)
-{
-    const struct {
-        std::string fault;
-        Words words;
-        int status;
-        std::string lastLine;
-    } cases[] = {
-        {"open:/dev/dev_i2c", {"get", "MnlAgn"}, 2, "camCtl: /dev/dev_i2c: No such file or directory\n"},
-        {"i2c.read:errno=ETIMEDOUT",
-         {"get", "MnlAgn"},
-         2,
-         "camCtl: MnlAgn (0x37): read failed after 4 attempts: Connection timed out\n"},
-        {"i2c.read:reg=MnlAgn",
-         {"dump", "--retries=0"},
-         2,
-         "camCtl: registers 0x20 to 0x3F: read failed after 1 attempt: Input/output error\n"},
-        {"i2c.write",
-         {"set", "MnlAgn=3"},
-         2,
-         "camCtl: MnlAgn (0x37): write failed after 4 attempts: Input/output error\n"},
-        {"gio.set", {"led", "on"}, 2, "camCtl: /dev/gio: Input/output error\n"},
-        {"i2c.read",
-         {"status"},
-         2,
-         "camCtl: sensor: cannot be read, or is no IMX076; camCtl doctor tells more\n"},
+    const auto files = [&] { return shell("ls \"$1\" | cut -c 1-7", {board.Path("mnt/nand")}); };
+    const auto reads = [&](const Words &program) {
+        return shell("\"$@\" 2>&1 | grep -o 'read  0x[^ ]*'", board.Command(program, fault));
     };
-    for (const auto &c : cases) {
-        const Outcome outcome = Run(c.words, {"--fault", c.fault});
-        EXPECT_EQ(outcome.status, c.status) << c.fault;
-        EXPECT_EQ(outcome.out, "");
-        EXPECT_TRUE(outcome.err.ends_with(c.lastLine)) << outcome.err;
-    }
-    const Outcome ill = Run({"doctor"}, {"--fault", "flash:readonly", "--fault", "i2c.read"});
-    EXPECT_EQ(ill.status, 1);
-    EXPECT_TRUE(Matches(ill.out, "link +FAIL: Input/output error; .*\nreset line +skipped: link failed\n"));
-    EXPECT_TRUE(Matches(ill.out, "flash +FAIL: Read-only file system; "));
-    EXPECT_EQ(Run({"doctor"}).status, 0);
+    const Outcome mine = Run({"stress", "--retries=1", "--no-files"}, fault);
+    EXPECT_EQ(files(), "I2cErr.\n");
+    EXPECT_EQ(mine.status, 1);
+    EXPECT_TRUE(Matches(mine.out, "^rounds: 1 in [0-9.]+ s, [0-9.]+/s\ntransfers: 18\nfailed attempts: 2\n"
+                                  "recovered: none\nlongest transfer: .*\nmost failures: RawAvg .0x1E. 2\n"
+                                  "FAIL: RawAvg .0x1E. gave up after 2 attempts: Connection timed out\n$"))
+        << mine.out;
+    const std::string mineReads = reads({"camCtl", "stress", "--retries=1", "--no-files"});
+    EXPECT_GT(Count(mineReads, "\n"), 18);
+    EXPECT_EQ(mineReads, reads({"camStat", "-t", "1", "1"}));
+    const std::string all = "I2cErr.\nI2cTest\ndmesg_2\n";
+    EXPECT_EQ(files(), all);
+    EXPECT_EQ(board.Sim({"reset"}).status, 0);
+    EXPECT_EQ(Run({"stress", "--retries=1"}, fault).status, 1);
+    EXPECT_EQ(files(), all);
 }
 
-TEST_F(CamCtl, LiveFieldsAreUnknownWhileTheOutputShowsSomethingElse)
+TEST_F(CamCtl, StressEndsWithAVerdictAndCountsWhatTheBoardInjected)
 {
-    Run({"set", "InfoOut=2"});
-    const Outcome dump = Run({"dump"});
-    EXPECT_NE(dump.out.find("RawAvg = unknown\n"), std::string::npos);
-    EXPECT_NE(dump.err.find("note: the information output is switched elsewhere"), std::string::npos);
-    Expect({"get", "InfoOut"}, 0, "InfoOut = 2\n", "");
-    EXPECT_EQ(Run({"get", "RawAvg"}).out, "RawAvg = 1024  # 25.0 % of full scale\n");
-    Expect({"get", "InfoOut"}, 0, "InfoOut = 0\n", ""); // opened, as camStat -r does
+    Run({"list"});
+    ASSERT_EQ(board.Sim({"fault", "i2c.read:chance=0.01,seed=7"}).status, 0);
+    Outcome outcome = Run({"stress", "--rounds", "300", "--json"}, {"--speed", "1000"});
+    const std::string list = board.Sim({"fault", "list"}).out;
+    const int injected = atoi(list.c_str() + list.find_last_of(' ', list.find("  i2c.read:chance") - 1));
+    EXPECT_NE(outcome.out.find("\"transfers\":2700,\"failed_attempts\":" + std::to_string(injected) + ","),
+              std::string::npos)
+        << outcome.out;
+    ASSERT_EQ(board.Sim({"fault", "clear"}).status, 0);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, 0}) {
+        const std::string trace = board.Path("trace");
+        Started stress(board.Command({"camCtl", "stress", signal != 0 ? "--time=1h" : "--time=200ms"},
+                                     {"--trace=" + trace}));
+        while (Count(ReadFile(trace), "RawAvg") < 3)
+            usleep(1000);
+        if (signal != 0)
+            kill(stress.Pid(), signal);
+        outcome = stress.Wait();
+        EXPECT_EQ(outcome.status, 0) << signal;
+        EXPECT_TRUE(outcome.out.ends_with("most failures: none\nPASS\n")) << outcome.out;
+        std::filesystem::remove(trace);
+    }
 }
 
 } // namespace

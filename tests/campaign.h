@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // What the campaigns share: cases without end in a random order, within a time. CAMPAIGN_SECONDS is the time
-// of each test (the long form; 10 s without it), CAMPAIGN_SEED repeats an order.
+// of each test (the long form; 10 s or less without it), CAMPAIGN_SEED repeats an order.
 #ifndef CAMSTAT_TESTS_CAMPAIGN_H
 #define CAMSTAT_TESTS_CAMPAIGN_H
 
@@ -9,30 +9,31 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <random>
 
 class Campaign
 {
   public:
-    Campaign()
+    explicit Campaign(int seconds = 10)
     {
-        const char *seed = getenv("CAMPAIGN_SEED");
-        const char *seconds = getenv("CAMPAIGN_SECONDS");
-        const unsigned value = seed != nullptr ? static_cast<unsigned>(atol(seed)) : std::random_device{}();
+        const std::string seed = Env("CAMPAIGN_SEED");
+        const unsigned value =
+            seed.empty() ? std::random_device{}() : static_cast<unsigned>(std::stoul(seed));
         random_.seed(value);
-        end_ =
-            std::chrono::steady_clock::now() + std::chrono::seconds(seconds != nullptr ? atol(seconds) : 10);
+        end_ = std::chrono::steady_clock::now() +
+               std::chrono::seconds(IsLong() ? std::stoi(Env("CAMPAIGN_SECONDS")) : seconds);
         printf("CAMPAIGN_SEED=%u\n", value);
     }
     ~Campaign() { printf("%d cases\n", cases_); }
 
+    static bool IsLong() { return !Env("CAMPAIGN_SECONDS").empty(); }
+    bool HasTime() const { return std::chrono::steady_clock::now() < end_; }
+
     /// Counts a case, while there is time for one.
     bool Goes()
     {
-        const bool goes = std::chrono::steady_clock::now() < end_;
-        cases_ += goes ? 1 : 0;
-        return goes;
+        cases_ += HasTime() ? 1 : 0;
+        return HasTime();
     }
 
     /// 0 to `limit` - 1.

@@ -34,8 +34,7 @@ int TakeResults(const SimBoard &board, const std::string &story)
 TEST(DeathCampaign, WhateverIsLeftCanBeUsed)
 {
     Campaign campaign;
-    const SimBoard board;
-    board.Sim({"reset"});
+    const SimBoard board(kCalm);
     const std::string trace = board.Path("trace");
     const std::string conf = board.Path("sysconf/conf.img");
     const int lines = Count(ReadFile(conf), "\n");
@@ -47,9 +46,10 @@ TEST(DeathCampaign, WhateverIsLeftCanBeUsed)
                    {{"camConf", "apply"}, {"--fault", "i2c.read:nth=20"}, 0},
                    {{"camConf", "apply", "-o", "2A_WB_SAVE=1"}, {}, 0}};
     std::vector<std::pair<size_t, std::string>> cases;
+    std::vector<Outcome> good;
     for (size_t a = 0; a < std::size(actions); ++a) {
         const Words options = With(actions[a].faults, {"--speed", "1000", "--trace-json=" + trace});
-        board.Run(actions[a].program, options);
+        good.push_back(board.Run(actions[a].program, options));
         const std::string calls = ReadFile(trace);
         for (const char *name : {"open", "close", "mmap", "munmap", "fcntl", "fopen", "fclose", "fflush",
                                  "fwrite", "fsync", "rename", "system", "sleep", "i2c.select", "i2c.read",
@@ -74,6 +74,8 @@ TEST(DeathCampaign, WhateverIsLeftCanBeUsed)
         TakeResults(board, story);
         const Outcome next = board.Run(actions[a].program, options);
         EXPECT_EQ(next.err.find("() failed."), std::string::npos) << story << next.err;
+        EXPECT_EQ(next.status, good[a].status) << story << next.err;
+        EXPECT_EQ(Count(next.err, "\n"), Count(good[a].err, "\n")) << story << next.err;
         EXPECT_EQ(TakeResults(board, story), actions[a].results) << story << next.err;
         EXPECT_EQ(Count(ReadFile(conf), "\n"), lines) << story;
         EXPECT_EQ(RunPlain({"camConf", "check", conf}).err, remarks) << story;

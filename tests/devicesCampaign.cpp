@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
+#include <set>
 #include <sstream>
 
 namespace
@@ -80,6 +81,44 @@ struct Trace {
     }
 };
 
+// What the programs say of a failing call; of all others (closing, pauses, log files) nothing. The second
+// fcntl is as silent as the first is not.
+const struct {
+    const char *call, *says;
+} kTexts[] = {{"open/sysconf", "camConf: /sysconf/conf.img: "},
+              {"open/dev/csl", "CSL_sysInit() failed."},
+              {"mmap/dev/csl", "CSL_sysInit() failed."},
+              {"open/dev/cmem", "CMEM Error: init: Failed to open"},
+              {"cmem.version", "CMEM Error: getVersion: "},
+              {"fcntl/dev/cmem", ""},
+              {"open/dev/dev_i2c", "DrvI2cOpen"},
+              {"i2c.select", "DrvI2cOpen"},
+              {"i2c.read", " Read "},
+              {"i2c.write", " Write "},
+              {"open/dev/gio", "ERROR: open device failed"},
+              {"gio", "ERROR: ioctl failed"}};
+
+/// Each failing call is named, transfers with their register.
+void ExpectTexts(const Trace &trace, const Outcome &outcome, const std::string &story)
+{
+    bool silent = true;
+    for (const Call &call : trace.calls) {
+        for (const auto &text : kTexts) {
+            if (!call.failed || !call.what.starts_with(text.call))
+                continue;
+            silent = false;
+            EXPECT_NE((outcome.out + outcome.err).find(text.says), std::string::npos) << call.what << story;
+            char reg[8];
+            snprintf(reg, sizeof(reg), "0x%02x", atoi(call.what.c_str() + call.what.rfind(' ')));
+            EXPECT_TRUE(*text.says != ' ' ||
+                        Matches(outcome.err, std::string("Read Addr .") + reg + "|Write " + reg) ||
+                        outcome.out.find("ERROR !!!") != std::string::npos)
+                << call.what << story;
+        }
+    }
+    EXPECT_TRUE(!silent || outcome.err.empty()) << story;
+}
+
 struct Action {
     Words program;
     Words faults; // of the good run as well
@@ -135,13 +174,12 @@ class Devices
             for (size_t i = 0; i < actions_[a].good.calls.size(); ++i) {
                 const std::string &name = actions_[a].good.calls[i].name;
                 const int nth = ++number[name];
-                const std::string error = kErrnos[campaign.Below(kErrnos.size())];
+                const std::string &error = kErrnos[campaign.Below(kErrnos.size())];
                 // A pause that a signal always cuts never ends.
                 const bool once = name == "sleep" || campaign.Below(2) == 0;
-                cases.push_back(
-                    {a, i,
-                     name + (once ? ":nth=" + std::to_string(nth) : ":after=" + std::to_string(nth - 1)) +
-                         ",errno=" + error});
+                std::string rule = name + (once ? ":nth=" : ":after=");
+                rule += std::to_string(once ? nth : nth - 1) + ",errno=" + error;
+                cases.push_back({a, i, rule});
             }
         }
         std::shuffle(cases.begin(), cases.end(), campaign.Random());
@@ -163,6 +201,11 @@ class Devices
         const bool csl = failing.what.find("/dev/csl") != std::string::npos && inStart;
         EXPECT_TRUE(csl || trace.open == "\"open\":[]}") << trace.open << story; // csl: see camStatTest
         trace.ExpectOrder(story);
+        ExpectTexts(trace, outcome, story);
+        std::istringstream err(outcome.err);
+        std::set<std::string> lines;
+        for (std::string line; std::getline(err, line) && c.rule.find(":nth=") != std::string::npos;)
+            EXPECT_TRUE(lines.insert(line).second) << "twice: " << line << story;
 
         const std::vector<Call> good = action.good.Essence();
         const std::vector<Call> made = trace.Essence();
@@ -182,14 +225,14 @@ class Devices
     {
         const std::string path = board_.Path("trace");
         const Words options = With(With({"--speed", "10000", "--trace-json=" + path}, action.faults), faults);
-        const Outcome outcome = board_.Run(action.program, options);
+        Outcome outcome = board_.Run(action.program, options);
         *trace = Trace(path);
         if (action.program.back() == "-s")
-            board_.Sim({"reset"}); // the line may have stayed low
+            board_.Sim({"pins", "reset=1"}); // the line may have stayed low
         return outcome;
     }
 
-    SimBoard board_;
+    SimBoard board_{kCalm};
     std::vector<Action> actions_;
 };
 

@@ -28,7 +28,7 @@ run() {
     camSim "$@"
 }
 # Every page shows programs at work, but these, which describe.
-described=" docs/architecture.md docs/library.md docs/packaging.md docs/porting.md docs/registers.md docs/size.md "
+described=" docs/architecture.md docs/fleet.md docs/library.md docs/packaging.md docs/performance.md docs/porting.md docs/registers.md docs/reliability.md docs/size.md "
 for page in README.md docs/*.md; do
     if grep -Hn '^  *[$] ' "$page"; then
         echo "documentsTest: a prompt outside of console blocks"
@@ -48,10 +48,19 @@ for page in README.md docs/*.md; do
     # Source lines move with every change; times and places, and what follows from times, with every run.
     for file in "$work/wanted" "$work/got"; do
         sed -E -i 's/(\|[A-Za-z0-9_]+\|)[0-9]+\)/\1N)/; s/, [0-9]+ ms$/, N ms/; s/^ +[0-9]+\.[0-9]{2} [ 0-9.]{16}/T/
-            s/ready after [0-9]+ polls?/ready/; s/[0-9]+ calls, .* ms paused$/N calls/; s/ on the board in .*/ on the board/' "$file"
+            s/^0\.[0-9]{3},/T,/; s/in [0-9.]+ s, [0-9.]+\/s/in T/; s/^(longest transfer:) .*/\1 T/
+            s/the camera takes over .*: ready after [0-9]+ polls?/the camera is ready/; s/[0-9]+ calls, .* ms paused$/N calls/; s/ on the board in .*/ on the board/' "$file"
     done
     same "$page shows other output than its commands have" "$work/wanted" "$work/got"
 done
+
+sed -n '/^\.Sh EXAMPLES/,/^\.Sh [^E]/{/^\./!p}' man/camCtl.1 >"$work/wanted"
+rm -rf "$CAMSIM_BOARD"
+sed -n 's/^\$ //p' "$work/wanted" | while IFS= read -r command; do
+    printf '$ %s\n' "$command"
+    eval "camSim $command" 2>&1 </dev/null
+done >"$work/got"
+same "man/camCtl.1 shows other output than its examples have" "$work/wanted" "$work/got"
 
 tools/registerTable >"$work/registers.md"
 same "tools/registerTable >docs/registers.md brings the page up to date" docs/registers.md "$work/registers.md"
@@ -98,7 +107,10 @@ grep '^    {".*KeyAction::' config/confKeys.h | grep -v NoKey | cut -d '"' -f 2 
 bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$work/offered"
 same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
 sed -n 's/^| 0x[^|]*|[^|]*| \([A-Za-z0-9_]*\) | .*/\1/p' docs/registers.md >"$work/fields"
-bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camSim_fields' >"$work/offered"
+printf '%s\n' YGamma PairsA4 >>"$work/fields"
+sort -o "$work/fields" "$work/fields"
+bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camCtl list "") COMP_CWORD=2 && _camCtl && printf "%s\n" "${COMPREPLY[@]}"' |
+    grep -v @ | sort >"$work/offered"
 same "tools/completion/camStat.bash offers other fields than the register map has" "$work/fields" "$work/offered"
 grep -Eo "\{'.', (\"[a-z]+\"|nullptr)" app/camStat/options.cpp |
     sed -E "s/.'(.)', /-\1\n/; s/\"(.*)\"/--\1/; s/\nnullptr//" | sort >"$work/options"
@@ -108,4 +120,7 @@ same "tools/completion/camStat.bash offers other options than camStat has" "$wor
 camSim --help | sed -nE 's/^  (--[a-z-]+)[[ ].*/\1/p' | sort >"$work/options"
 bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camSim_options' | sort >"$work/offered"
 same "tools/completion/camStat.bash offers other options than camSim has" "$work/options" "$work/offered"
+{ camCtl list @live | cut -d ' ' -f 1; camSim camCtl status --json | tr '{,' '\n' | sed -n 's/^"\([a-z_]*\)".*/\1/p' | head -n 9; } | sort >"$work/keys"
+/usr/bin/python3 -B -c 'import sys; sys.path.insert(0, "tools/camPlot"); import live; print("\n".join(live.LIVE))' 2>"$work/complaints" | sort >"$work/offered"
+same "tools/camPlot/live.py takes other columns for live than camCtl" "$work/keys" "$work/offered"
 exit $((failures > 0))

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The image-settings applier by its traffic: register writes, GPIO requests, file rewrites and pauses, in
-// order; what is copied when; reports and debug lines; and generated sequences of records.
+// order; what is copied when; reports and debug lines.
 #include "fakeBoard.h"
 
 #include "kelisp/debugFlags.h"
@@ -10,8 +10,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <random>
 #include <sstream>
 
 static double shutterUs; // of the last call
@@ -50,14 +48,12 @@ class Applier : public BoardTest
         gtImgCfgStatus = {};
         gfDebugFlag = gfImgDebugFlag = 0;
         ImgCfgDefault(&wanted);
-        WriteFile("DN_LS=9\n2A_WB_R=1\n2A_WB_B=2\n");
+        WriteFile(IMG_CFG_SYSTEM_FILE, "DN_LS=9\n2A_WB_R=1\n2A_WB_B=2\n");
     }
     ~Applier() override { gfDebugFlag = gfImgDebugFlag = 0; }
 
-    void WriteFile(const std::string &text) { std::ofstream(board.RealPath(IMG_CFG_SYSTEM_FILE)) << text; }
-
     // KEY=VALUE,...; the day/night fields, which have no key that is stored, by their names.
-    void Change(std::string text)
+    void Change(const std::string &text)
     {
         const std::map<std::string, int32_t *> fields = {
             // clang-format off
@@ -88,66 +84,34 @@ class Applier : public BoardTest
     {
         EXPECT_EQ(ImageSet(&wanted), 0);
         const Words want = AsWords(wanted), have = AsWords(gtImgCfgStatus);
-        for (const size_t word : {195, 196, 197, 199, 200, 201, 202, 207, 208, 209, 210, 211, 212,
-                                  213, 214, 215, 216, 217, 218, 219, 221, 222, 223, 225, 226, 231})
+        for (const unsigned word :
+             {195U, 196U, 197U, 199U, 200U, 201U, 202U, 207U, 208U, 209U, 210U, 211U, 212U,
+              213U, 214U, 215U, 216U, 217U, 218U, 219U, 221U, 222U, 223U, 225U, 226U, 231U})
             EXPECT_EQ(have[word], want[word]) << word;
         return Effects();
     }
     // The applier's own reports among what is printed on standard error.
     std::string Reports(const std::function<void()> &action)
     {
+        const std::string mark = " ERROR  (ispImageSet|";
         std::string out;
-        std::istringstream text(Locate(Capture(action).err));
+        std::istringstream text(Capture(action).err);
         for (std::string line; std::getline(text, line);)
-            out += line.starts_with("@ispImageSet|") ? line.substr(13) + "\n" : "";
+            out += line.starts_with(mark) ? line.substr(mark.size()) + "\n" : "";
         return out;
     }
 };
 
-// A life of settings; each step starts from what the steps before it applied.
-TEST_F(Applier, NamedCasesInOrder)
+TEST_F(Applier, StepsInOrder)
 {
-    const std::string curve =
-        "w 75 3a 3f 2e 19 14 0f 0d 0c 0c 0b 0a 09 08 07 05 04 03 03 03 02 02 02 02 02 02 02 02 01 01 01, ";
-    const std::pair<const char *, std::string> steps[] = {
-        // clang-format off
-        // the defaults after the start, and the same again
-        {"", curve + "w 73 00, w 72 20, w 97 18, w 98 18, gio 8 35 0, gio 8 0 1, w 93 2c, w 96 05, w 53 03, "
-         "w 55 00 3f 00 19 00 3f ac 1c, w 71 10, w 30 04, w 34 00, w 3b 00, w 3b 00, w 35 43 04, w 39 80, "
-         "w 32 c0, w 33 08, w 30 84, w 3c 80"},
-        {"", ""},
-        // clamped levels
-        {"IMG_BRIGHTNESS=300,IMG_CONTRAST=-1,IMG_SHARPNESS=256,IMG_SATURATION=999",
-         curve + "w 73 7f, w 72 00, w 97 30, w 98 30, gio 8 35 0, gio 8 0 1, w 93 3f, w 96 0f"},
-        // manual; manual shutter only; neither; slow; unlisted slow step at odd mains; ceiling
-        {"2A_AEC_EN=0,2A_AGC_EN=0,2A_MAN_GAIN=3", "w 30 80, w 34 00, w 39 00, w 3b 00, w 3b 00, w 35 43 04, "
-         "w 37 c0, w 38 10, w 30 00, w 37 c0, w 38 10"},
-        {"2A_MAN_GAIN=0,2A_MAN_EXPOSURE=11", "w 37 40, w 38 08, w 3b 00, w 35 04 00"},
-        {"2A_AGC_EN=1,2A_MAX_GAIN=5,2A_DEFLICKER=50", "w 30 00, w 39 00, w 34 40, w 3b 00, w 31 00, w 32 c0, "
-         "w 33 40, w 3b 00, w 35 05 00, w 30 80, w 32 c0, w 33 40"},
-        {"2A_AEC_EN=1,2A_AGC_EN=0", ""},
-        {"2A_AGC_EN=1,DN_FPS=5", "w 30 86, w 34 00, w 39 00, w 3b 1d, w 35 bb 7f, w 3b 9d, w 32 c0, w 33 40, "
-         "w 30 86"},
-        {"DN_FPS=6,2A_DEFLICKER=55", "w 30 80, w 34 00, w 39 00, w 3b 9d, w 32 c0, w 33 40, w 30 80"},
-        {"DN_FPS=0,2A_DEFLICKER=60,2A_MAX_EXPOSURE=4,2A_MAX_GAIN=9",
-         "w 30 84, w 34 00, w 3b 1d, w 3b 00, w 35 44 00, w 39 80, w 32 00, w 33 08, w 30 84"},
-        // gains frozen and saved; set; saved on request; automatic again
-        {"2A_AWB_EN=0,2A_WB_SAVE=1", "w 3c 81, sleep 50000, w 3d 8c, w 3e 40, w 3c 80, w 3c 00, rewrite, rewrite"},
-        {"2A_WB_R=600", "w 3d 4a, w 3e 40"}, {"2A_WB_SAVE=1", "w 3d 4a, w 3e 40, rewrite, rewrite"},
-        {"2A_AWB_EN=1,2A_WB_R=0", "w 3c 80"},
-        // dark; the filter's setting waits for the next change; by the input
-        {"dnLs=1", "rewrite, w 97 00, w 98 00, gio 8 35 1, gio 8 0 0"}, {"dnIcr=0", ""},
-        {"dnBw=0", "w 97 30, w 98 30, gio 8 35 0, gio 8 0 1"},
-        {"dnMode=3,dnIcr=1", "w 97 30, w 98 30, gio 8 35 1, gio 8 0 0"},
-        {"dnDi=1", "w 97 30, w 98 30, gio 8 35 0, gio 8 0 1"},
-        {"IMG_NF_MODE=0,IMG_NF_LEVEL=9", "w 53 00, w 55 00 09 00 04 00 3f 00 09, w 55 00 09 00 04 00 3f 00 09"},
-        {"IMG_NF_MODE=2", "w 53 03, w 55 00 09 00 04 00 3f 00 09"},
-        {"IMG_MIRROR=1,IMG_FLIP=1,EXT_BLC=7,EXT_WDR=2", "w ca 04, w ca 0c, w 71 17, w 5f 10, w 5f 1a"},
-        // clang-format on
-    };
-    for (const auto &[change, effects] : steps) {
-        Change(change);
-        EXPECT_EQ(Apply(), effects) << change;
+    for (const Lines &row : ReadTable("applier.txt", "step")) {
+        std::string effects;
+        for (size_t i = 1; i < row.size(); ++i)
+            effects += (i > 1 ? " " : "") + row[i];
+        Change(row[0]);
+        EXPECT_EQ(Apply(), effects) << row[0];
+        EXPECT_EQ(ImageSet(&wanted), 0);
+        EXPECT_EQ(board.Take(), Lines()) << row[0] << " again";
     }
     EXPECT_EQ(board.ReadFile(IMG_CFG_SYSTEM_FILE), "DN_LS=1\n2A_WB_R=600\n2A_WB_B=512\n");
     EXPECT_EQ(wanted.wbR, 1230); // 2.404 x 512 = 1230.8
@@ -193,7 +157,7 @@ TEST_F(Applier, MainsFrequencyWithoutTables)
     Apply();
     Change("2A_DEFLICKER=55,2A_AEC_EN=0,2A_AGC_EN=0,2A_MAN_GAIN=3,2A_MAN_EXPOSURE=5");
     EXPECT_EQ(Reports([&] { EXPECT_EQ(Apply(), "w 30 80, w 34 00, w 39 00, w 3b 00"); }),
-              "ImageSet: [kel_isp] ERROR: SetAE failed.\n");
+              "ImageSet|): [kel_isp] ERROR: SetAE failed.\n");
     EXPECT_EQ(SetAE(&wanted), 0); // nothing differs any more, no table is needed
     Change("2A_DEFLICKER=60,2A_MAN_GAIN=7,2A_MAN_EXPOSURE=1");
     Capture([&] { EXPECT_EQ(SetAE(&wanted), -9); }); // for the gain
@@ -217,8 +181,8 @@ TEST_F(Applier, EveryStepIsReportedAndTheNextOneRuns)
           "InfoWbbGain", "SetMnlWbrGain", "SetMnlWbbGain", "CXD3193AR_Set_WbHoldH", "CXD3193AR_Set_WbAutoH",
           "", "SetMnlWbrGain", "SetMnlWbbGain", "", "SetWdr"}) // "": the gains cannot be saved
         // clang-format on
-        expected += *step != '\0' ? std::string("ImageSet: [kel_isp] ") + step + " failed.\n"
-                                  : "SaveWB: [kel_isp] Save WB R Data Error!!!!!!\n";
+        expected += *step != '\0' ? std::string("ImageSet|): [kel_isp] ") + step + " failed.\n"
+                                  : "SaveWB|): [kel_isp] Save WB R Data Error!!!!!!\n";
     EXPECT_EQ(Reports([&] { ImageSet(&wanted); }), expected);
     EXPECT_EQ(giImgSetErrCount, 100 + 23 + 3) << "the light sensor's state, filter and LEDs without a report";
     EXPECT_EQ(wanted.wbR, -6 * 512); // the failed readout's status
@@ -234,7 +198,7 @@ TEST_F(Applier, SaveStoresRedThenBlue)
     int32_t flag = 1;
     board.Fail("rename", 2);
     EXPECT_EQ(Reports([&] { EXPECT_EQ(SaveWB(IMG_CFG_SYSTEM_FILE, 7, -8, &flag), -4); }),
-              "SaveWB: [kel_isp] Save WB B Data Error!!!!!!\n");
+              "SaveWB|): [kel_isp] Save WB B Data Error!!!!!!\n");
     EXPECT_EQ(board.ReadFile(IMG_CFG_SYSTEM_FILE) + std::to_string(flag), "DN_LS=9\n2A_WB_R=7\n2A_WB_B=2\n1");
     EXPECT_EQ(SaveWB(IMG_CFG_SYSTEM_FILE, 7, -8, &flag), 0);
     EXPECT_EQ(board.ReadFile(IMG_CFG_SYSTEM_FILE) + std::to_string(flag),
@@ -256,61 +220,12 @@ TEST_F(Applier, DebugLinesFollowTheOrder)
         expected.replace(at, 1, "\n[kel_isp] ");
     EXPECT_EQ("\n" + Capture([&] { ImageSet(&wanted); }).out + "[kel_isp] ", expected);
     EXPECT_EQ(gfDebugFlag, 1);
-    WriteFile("2A_WB_R=1\n"); // the save that failed is made now
+    WriteFile(IMG_CFG_SYSTEM_FILE, "2A_WB_R=1\n"); // the save that failed is made now
     EXPECT_NE(
         Capture([&] { ImageSet(&wanted); })
             .out.find("sysconf_fset WB_B \n[kel_isp] Set WB_SAVE to 0\n[kel_isp] Finished SAVE WB to CONF\n"
                       "[kel_isp] Save WB = 0\n"),
         std::string::npos);
-}
-
-// Generated records: what is written belongs to groups that differ, in the order of the groups, none is left
-// out, and the second identical call makes no call at all.
-TEST_F(Applier, GeneratedSequences)
-{
-    const struct {
-        std::vector<size_t> words;
-        std::string effects; // how the group's effects begin
-        bool always;         // a difference has an effect in any case
-    } groups[] = {
-        // clang-format off
-        {{210}, "w 75,w 73", true}, {{211}, "w 72", true},
-        {{212, 218, 219, 222, 223}, "rewr,w 97,w 98,gio ", true}, {{213}, "w 93,w 96", true},
-        {{214, 215}, "w 53,w 55", true}, {{216, 217}, "w ca", true}, {{225}, "w 71", true},
-        {{195, 196, 199, 200, 201, 202, 209, 221}, "w 30,w 31,w 32,w 33,w 34,w 35,w 37,w 38,w 39,w 3b", false},
-        {{197, 207, 208}, "w 3c,w 3d,w 3e,slee,rewr", false}, {{226}, "w 5f", false},
-        // clang-format on
-    };
-    std::mt19937 random(99);
-    for (int round = 0; round < 400; ++round) {
-        const Words have = AsWords(gtImgCfgStatus);
-        Words want = AsWords(wanted);
-        want[206] = random() % 8 == 0; // wbSave
-        for (const auto &group : groups) {
-            for (const size_t word : group.words)
-                want[word] = random() % 3 != 0 ? have[word]
-                             : word == 209     ? 50
-                                               : static_cast<int32_t>(random() % 5);
-        }
-        memcpy(&wanted, want.data(), sizeof(wanted));
-        Capture([&] { ImageSet(&wanted); });
-        std::istringstream in(Effects());
-        std::string effect;
-        const auto next = [&] { return static_cast<bool>(std::getline(in >> std::ws, effect, ',')); };
-        bool more = next();
-        for (const auto &group : groups) {
-            bool differs = group.words[0] == 197 && want[206] == 1, seen = false;
-            for (const size_t word : group.words)
-                differs = differs || have[word] != want[word];
-            for (; differs && more && group.effects.find(effect.substr(0, 4)) != std::string::npos;
-                 more = next())
-                seen = true;
-            EXPECT_TRUE(seen || !differs || !group.always) << group.effects;
-        }
-        EXPECT_FALSE(more) << effect;
-        EXPECT_EQ(ImageSet(&wanted), 0);
-        EXPECT_EQ(board.Take(), Lines());
-    }
 }
 
 } // namespace

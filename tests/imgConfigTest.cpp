@@ -8,8 +8,8 @@
 #include "kelisp/imgConfig.h"
 
 #include <cstring>
-#include <fstream>
-#include <random>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -47,10 +47,6 @@ class Config : public BoardTest
         memcpy(out.data(), &record, sizeof(record));
         return out;
     }
-    void WriteFile(const std::string &path, const std::string &text)
-    {
-        std::ofstream(board.RealPath(path), std::ios::binary) << text;
-    }
     int Load(const std::string &text)
     {
         WriteFile(IMG_CFG_SYSTEM_FILE, text);
@@ -76,24 +72,17 @@ TEST_F(Config, EachKeyHasItsPositionAndSetsItsFieldAlone)
     EXPECT_EQ(position, keyList.size() + 1);
 }
 
-// Every text that occurs in the list, and one more character behind it: known exactly when its first
-// occurrence begins a key.
+// A text is known exactly when its first occurrence in the list begins a key.
 TEST_F(Config, KeysAreFoundByTheirFirstOccurrence)
 {
-    for (size_t from = 0; from < keyList.size(); ++from) {
-        for (size_t length = 0; length < 20 && from + length <= keyList.size(); ++length) {
-            for (const char *tail : {"", "_", ";"}) {
-                const std::string key = keyList.substr(from, length) + tail;
-                const size_t at = keyList.find(key);
-                const bool known = at == 0 || (at != std::string::npos && keyList[at - 1] == ';');
-                ASSERT_EQ(ImgCfgParse(&record, key.c_str(), nullptr), known ? static_cast<int>(at) : -2)
-                    << key;
-            }
-        }
-    }
-    EXPECT_EQ(ImgCfgParse(&record, "2A_WB", "1"), 168);
-    EXPECT_EQ(ImgCfgParse(&record, "TYPE", "1"), -2);
-    EXPECT_EQ(ImgCfgParse(&record, "snr_type", "1"), -2);
+    const std::pair<const char *, int> cases[] = {
+        // clang-format off
+        {"2A_WB", 168}, {"2A_WB_", 168}, {"S", 0}, {"", 0}, {"sensor_", 438}, {"DN_L", 343}, {"IMG_NF_MODE;IMG", 265},
+        {"TYPE", -2}, {"WB_R", -2}, {"snr_type", -2}, {"SNR_TYPE_", -2}, {";", -2}, {"R", -2}, {"sensor_heights", -2},
+        // clang-format on
+    };
+    for (const auto &[text, position] : cases)
+        EXPECT_EQ(ImgCfgParse(&record, text, nullptr), position) << text;
 }
 
 TEST_F(Config, Values)
@@ -131,7 +120,7 @@ TEST_F(Config, FileLines)
         {std::string(300, '#') + "2A_WB_R=600\n", 512},
         {std::string(255, '#') + "2A_WB_R=600\n", 600}, // the second piece of a long line
         {"2A_WB_R=600" + std::string(300, ' ') + "2A_WB_R=700\n", 700},
-        {std::string("2A_WB_R\0=600\n", 14), 512},
+        {std::string("2A_WB_R\0=600\n", 13), 512},
         // clang-format on
     };
     for (const auto &[text, wbR] : cases) {
@@ -140,7 +129,7 @@ TEST_F(Config, FileLines)
         EXPECT_EQ(record.wbR, wbR) << text;
     }
     EXPECT_EQ(ImgCfgLoadFile(&record, "/sysconf/none"), -1);
-    board.Fail("fopen", 1, EACCES);
+    board.Fail("open", 1, EACCES);
     EXPECT_EQ(ImgCfgReload(&record), -2);
 }
 
@@ -161,6 +150,12 @@ TEST_F(Config, NestedLoadsApplyInPlaceAndEnd)
     EXPECT_EQ(Load(many + "IMG_FLIP=5\n"), 0);
     EXPECT_EQ(record.flip, 5);
     EXPECT_EQ(board.Take().size(), 2U * 17); // the file and 16 nested loads, each opened and closed
+    // A FIFO is not waited for.
+    const std::string fifo = board.RealPath(IMG_CFG_DEFAULT_FILE);
+    EXPECT_TRUE(unlink(fifo.c_str()) == 0 && mkfifo(fifo.c_str(), 0600) == 0);
+    EXPECT_EQ(Load("RESET=1\nIMG_FLIP=4\n"), 0);
+    EXPECT_EQ(record.flip, 4);
+    EXPECT_EQ(ImgCfgLoadDefault(&record), IMG_CFG_UNREADABLE);
 }
 
 TEST_F(Config, OptionStrings)
@@ -251,17 +246,18 @@ TEST_F(Config, DayNightSwitch)
         record.dnDi = bits / 21 % 3;
         record.dnLs = bits / 63;
         const bool night = record.dnIcr == 1 && nights[bits % 7][bits / 21] == '1';
-        EXPECT_EQ(ApplyIcrLedConfig(&record), 0);
-        EXPECT_EQ(board.Take(), Lines({"open /dev/gio", night ? "gio 11 35 1" : "gio 11 35 0",
-                                       night ? "gio 11 0 0" : "gio 11 0 1", "gio 11 91 1", "close /dev/gio"}))
-            << bits;
+        Expect([&] { return ApplyIcrLedConfig(&record); }, 0, "",
+               {"open /dev/gio", night ? "gio 11 35 1" : "gio 11 35 0", night ? "gio 11 0 0" : "gio 11 0 1",
+                "gio 11 91 1", "close /dev/gio"});
     }
-    for (int nth = 1; nth <= 4; ++nth) { // what follows a failing call is not sent
-        board.Fail("", nth);
-        const Printed printed = Capture([&] { EXPECT_EQ(ApplyIcrLedConfig(&record), -5); });
-        EXPECT_EQ(printed.err,
-                  nth == 1 ? "[kel_isp] ERROR: open device failed\n" : "[kel_isp] ERROR: ioctl failed\n");
-        EXPECT_EQ(board.Take().size(), nth == 1 ? 1U : static_cast<size_t>(nth) + 1);
+    const Lines calls = {"open /dev/gio", "gio 11 35 0", "gio 11 0 1", "gio 11 91 1"};
+    for (size_t nth = 0; nth < calls.size(); ++nth) { // what follows a failing call is not sent
+        Lines made(calls.begin(), calls.begin() + static_cast<long>(nth) + 1);
+        if (nth > 0)
+            made.push_back("close /dev/gio");
+        board.Fail(calls[nth]);
+        Expect([&] { return ApplyIcrLedConfig(&record); }, -5,
+               nth == 0 ? "[kel_isp] ERROR: open device failed\n" : "[kel_isp] ERROR: ioctl failed\n", made);
     }
 }
 
@@ -274,25 +270,6 @@ TEST_F(Config, SystemLoadSetsDebugAndSwitches)
     EXPECT_EQ(gfDebugFlag, 2);
     board.Fail("gio");
     Capture([&] { EXPECT_EQ(ImgCfgLoadSystem(&record), -5); });
-}
-
-// Whatever a file holds, loading it ends and stays inside the record and the buffers (the sanitizers watch).
-TEST_F(Config, AnyBytesLoad)
-{
-    std::mt19937 random(7);
-    const std::string atoms[] = {
-        // clang-format off
-        "EXT_AEWIN", "=", " ", "RESET=1\n", "2A_", "WB_R", "9999999999", "-", "\t", "\n",
-        std::string(200, '3'), std::string(1, '\0'), "\xFF", "#", "LOOPBREAK=1\n", "sensor_",
-        // clang-format on
-    };
-    for (int round = 0; round < 2000; ++round) {
-        std::string text;
-        for (auto i = random() % 60; i > 0; --i)
-            text += random() % 4 == 0 ? std::string(1, static_cast<char>(random())) : atoms[random() % 16];
-        EXPECT_EQ(Load(text), 0);
-        ImgCfgParseOptions(&record, text.data());
-    }
 }
 
 } // namespace

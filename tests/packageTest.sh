@@ -46,7 +46,7 @@ for file in $libraries; do
     case $file in "$folder"/*) ;; *) echo "not in the multiarch folder: $file" && exit 1 ;; esac
 done
 # All is hardened: each has these in its headers, dynamic section and symbols. Fixed addresses on ARM: see docs/packaging.md.
-for file in "$root"/usr/bin/[cd]* $(cd "$root" && find "$PWD/$folder" -type f -name 'lib*.so*'); do
+for file in $(find "$root/usr/bin" -type f) $(cd "$root" && find "$PWD/$folder" -type f -name 'lib*.so*'); do
     found=$(readelf -hldW --dyn-syms "$file")
     wanted="GNU_RELRO BIND_NOW __stack_chk_fail GNU_STACK.*RW[[:blank:]]"
     case $architecture in armel) ;; *) wanted="$wanted DYN" ;; esac
@@ -72,6 +72,7 @@ done >"$work/missing"
 
 step "run the packaged program"
 "$@" "$root/usr/bin/camStat" -h | grep -q '^Usage: camStat v'
+"$root/usr/bin/camPlot" errors --json "$root" 2>&1 | grep -q 'neither I2cErr.csv'
 if [ -n "${CAMSIM:-}" ]; then
     "$CAMSIM" --board "$work/board" ${1:+--emulator "$*"} --library "$root/$folder/camSim/libcamsim.so" \
         "$root/usr/bin/camStat" -e 30 2000 1000 | grep -q 'Set Shutter=33333.33 usec'
@@ -129,7 +130,7 @@ compiled="-std=c11 -pedantic -Wall -Wextra -Werror $(pkg-config --cflags kelisp)
 }
 
 step "remove"
-dpkg_there --remove camstat camsim libkelisp-dev libkelisp0
+dpkg_there --remove camstat camstat-plot camsim libkelisp-dev libkelisp0
 left=$(find "$root/usr" -type f 2>/dev/null || true)
 [ -z "$left" ] || {
     echo "left behind: $left"

@@ -28,12 +28,6 @@ std::string TempName(const char *kind)
     return name;
 }
 
-std::string Env(const char *variable)
-{
-    const char *value = getenv(variable);
-    return value != nullptr ? value : "";
-}
-
 /// Programs are named without a folder; they stand in PROGRAMS.
 Words Located(Words program)
 {
@@ -48,6 +42,12 @@ Words With(Words words, const Words &more)
 {
     words.insert(words.end(), more.begin(), more.end());
     return words;
+}
+
+std::string Env(const char *variable)
+{
+    const char *value = getenv(variable);
+    return value != nullptr ? value : "";
 }
 
 std::string ReadFile(const std::string &path)
@@ -83,10 +83,11 @@ Started::Started(const Words &command) : outPath_(TempName("out")), errPath_(Tem
     argv.push_back(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
+        signal(SIGINT, SIG_DFL); // a shell's background job ignores it
         dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
         dup2(open(outPath_.c_str(), O_WRONLY), STDOUT_FILENO);
         dup2(open(errPath_.c_str(), O_WRONLY), STDERR_FILENO);
-        alarm(500); // what hangs dies of it
+        alarm(getenv("CAMSTAT_STRESS_ITERATIONS") != nullptr ? 50000 : 500); // what hangs dies of it
         execvp(argv[0], argv.data());
         perror(argv[0]);
         _exit(127);
@@ -156,10 +157,19 @@ long Started::ResidentKiB() const
     return at == std::string::npos ? -1 : atol(status.c_str() + at + 6);
 }
 
-SimBoard::SimBoard() : folder_(std::filesystem::temp_directory_path() / "camStatTest.board.XXXXXX")
+long Started::Descriptors() const
+{
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(pid_) + "/fd");
+    return std::distance(begin(all), end(all));
+}
+
+SimBoard::SimBoard(const Words &scene)
+    : folder_(std::filesystem::temp_directory_path() / "camStatTest.board.XXXXXX")
 {
     if (mkdtemp(folder_.data()) == nullptr)
         abort();
+    if (!scene.empty())
+        Sim(With({"scene"}, scene));
 }
 
 SimBoard::~SimBoard()
@@ -181,6 +191,19 @@ Outcome SimBoard::Run(const Words &program, const Words &options) const
 Outcome SimBoard::Sim(const Words &command) const
 {
     return Started(With({Env("CAMSIM"), "--board", folder_}, command)).Wait();
+}
+
+std::vector<int> SimBoard::Registers(int first, int count, const Words &options) const
+{
+    char address[8];
+    snprintf(address, sizeof(address), "%02X", first);
+    std::istringstream text(Run({"drvI2cTest", "-b", "E2", address, std::to_string(count)}, options).out);
+    std::vector<int> values; // of lines " I2C: 0x30 = 0x84 "
+    for (std::string word; text >> word;)
+        if (word == "=" && text >> word)
+            values.push_back(std::stoi(word, nullptr, 16));
+    values.resize(static_cast<size_t>(count));
+    return values;
 }
 
 Outcome RunPlain(const Words &program)

@@ -41,6 +41,7 @@ class Started
 
     /// Memory that the program holds.
     long ResidentKiB() const;
+    long Descriptors() const; ///< that it has open
 
   private:
     pid_t pid_ = -1;
@@ -48,11 +49,14 @@ class Started
     std::string errPath_;
 };
 
+/// A scene in which settings are taken over at once: no wait depends on how busy the machine is.
+inline const Words kCalm = {"reflect=0"};
+
 /// A fresh simulated board in a folder of its own, removed at the end.
 class SimBoard
 {
   public:
-    SimBoard();
+    explicit SimBoard(const Words &scene = {});
     SimBoard(const SimBoard &) = delete;
     ~SimBoard();
 
@@ -67,6 +71,9 @@ class SimBoard
     /// A command of camSim itself, such as {"pins"}.
     Outcome Sim(const Words &command) const;
 
+    /// Registers of the camera, read over the bus.
+    std::vector<int> Registers(int first, int count, const Words &options = {}) const;
+
   private:
     std::string folder_;
 };
@@ -75,6 +82,9 @@ class SimBoard
 Outcome RunPlain(const Words &program);
 
 std::string ReadFile(const std::string &path);
+
+/// The value of an environment variable; empty without it.
+std::string Env(const char *variable);
 
 /// Whether the extended regular expression is found in `text`.
 bool Matches(const std::string &text, const std::string &expression);

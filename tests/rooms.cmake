@@ -17,7 +17,8 @@ set(may_sim/calls sim/board)
 set(may_sim/drivers sim/calls sim/board)
 set(may_sim/trace sim/calls sim/board)
 set(may_sim/preload sim/trace sim/drivers sim/calls sim/board)
-set(may_sim/launcher sim/trace sim/calls sim/board)
+set(may_sim/serve sim/trace sim/drivers sim/calls sim/board)
+set(may_sim/launcher sim/serve sim/trace sim/calls sim/board)
 
 # The rooms whose public headers these are.
 set(public_base clock debugFlags decls)

@@ -34,8 +34,7 @@ TEST(SignalsCampaign, StormsEndInTimeWithEverythingWhole)
         {{"camConf", "apply"}, "4", "", "", {SIGINT, SIGTERM}, false},
         {{"camConf", "watch"}, "100", "watching", "conf.img\n", {SIGINT, SIGTERM}, true}};
     Campaign campaign;
-    const SimBoard board;
-    board.Sim({"reset"});
+    const SimBoard board(kCalm);
     const std::string conf = board.Path("sysconf/conf.img");
     const std::string before = ReadFile(conf);
     while (campaign.Goes() && !HasFailure()) {

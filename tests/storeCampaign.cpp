@@ -2,8 +2,7 @@
 //
 // Campaigns on sysconf_fset, on a real file system: every system call of a replacement failing, cut short or being
 // the last one; many writers and readers at once; everything that can stand at the names that it uses.
-// CAMPAIGN_SECONDS is about the time of each test (the long form; a second or two without it), CAMPAIGN_SEED
-// repeats an order.
+#include "campaign.h"
 #include "kelisp/sysconf.h"
 
 #include <gtest/gtest.h>
@@ -21,13 +20,11 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
-#include <random>
 #include <sstream>
 #include <thread>
 
@@ -35,36 +32,21 @@ namespace
 {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 class Store : public ::testing::Test
 {
   protected:
-    const char *const wantedSeed = getenv("CAMPAIGN_SEED"), *const wantedSeconds = getenv("CAMPAIGN_SECONDS");
-    const unsigned seed =
-        wantedSeed != nullptr ? static_cast<unsigned>(atol(wantedSeed)) : std::random_device{}();
-    const int seconds = wantedSeconds != nullptr ? atoi(wantedSeconds) : 1;
-    const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
-    std::mt19937 random{seed};
+    Campaign campaign{1};
     char root[32] = "/tmp/storeCampaignXXXXXX";
     const std::string folder = std::string(mkdtemp(root)) + "/f";
     const std::string file = folder + "/conf.img", temp = file + ".tmp", errors = std::string(root) + "/err";
 
-    Store()
-    {
-        printf("CAMPAIGN_SEED=%u\n", seed);
-        fs::create_directory(folder);
-    }
+    Store() { fs::create_directory(folder); }
     ~Store() override { fs::remove_all(root); }
 
     static void Write(const std::string &path, const std::string &text)
     {
         std::ofstream(path, std::ios::binary) << text;
-    }
-    static std::string Read(const std::string &path)
-    {
-        std::ifstream stream(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(stream), {}};
     }
     int Set(const char *value) const { return sysconf_fset(file.c_str(), "K", value); }
 
@@ -150,12 +132,12 @@ class Replace : public Store
         Write(file, before);
         chmod(file.c_str(), 0640);
         const int status = RunTraced(plan, &lastCalls);
-        const std::string now = Read(file);
+        const std::string now = ReadFile(file);
         ++tried;
         ASSERT_TRUE(status == 0 || status == 1 || status == 128 + SIGKILL) << status;
         ASSERT_TRUE((status != 0 && now == before) || (status != 1 && now == after)) << status;
         ASSERT_EQ(Set("7"), 0);
-        ASSERT_EQ(Read(file), next);
+        ASSERT_EQ(ReadFile(file), next);
         struct stat info = {};
         stat(file.c_str(), &info);
         ASSERT_EQ(info.st_mode & 07777, 0640U);
@@ -169,18 +151,19 @@ TEST_F(Replace, IsOldOrNewWhateverHappensToAnyOfItsSystemCalls)
     Try({});
     const int calls = lastCalls;
     EXPECT_GT(calls, 20);
-    const auto anyErrno = [this] { return static_cast<int>(random() % kErrnos) + 1; };
-    const bool isLong = wantedSeconds != nullptr;
+    const auto anyErrno = [this] { return static_cast<int>(campaign.Below(kErrnos)) + 1; };
+    const bool isLong = Campaign::IsLong();
     for (int at = 0; at < calls; ++at) {
         for (const int what : {kKill, kCutShort, ENOSPC, EINTR})
             ASSERT_NO_FATAL_FAILURE(Try({{at, what}}));
         for (int i = 1; i <= (isLong ? kErrnos : 2); ++i)
             ASSERT_NO_FATAL_FAILURE(Try({{at, isLong ? i : anyErrno()}}));
     }
-    while (Clock::now() < end) {
-        const int first = static_cast<int>(random() % 100) % calls,
-                  second = first + 1 + static_cast<int>(random() % 9);
-        ASSERT_NO_FATAL_FAILURE(Try({{first, anyErrno()}, {second, random() % 2 != 0 ? kKill : anyErrno()}}));
+    while (campaign.Goes()) {
+        const int first = static_cast<int>(campaign.Below(static_cast<size_t>(calls))),
+                  second = first + 1 + static_cast<int>(campaign.Below(9));
+        ASSERT_NO_FATAL_FAILURE(
+            Try({{first, anyErrno()}, {second, campaign.Below(2) != 0 ? kKill : anyErrno()}}));
     }
     printf("%d calls, %d replacements\n", calls, tried);
 }
@@ -203,16 +186,17 @@ TEST_F(Store, WritersLoseNothingAndReadersSeeWholeFiles)
                                              PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     const auto write = [&](int writer) {
         const std::string key = "K" + std::to_string(writer);
-        while (Clock::now() < end || last[writer] == 0) {
+        while (campaign.HasTime() || last[writer] == 0) {
             if (sysconf_fset(file.c_str(), key.c_str(), std::to_string(last[writer] + 1).c_str()) != 0)
                 _exit(1);
             ++last[writer];
         }
     };
     std::vector<pid_t> children;
+    children.reserve(kProcesses);
     for (int process = 0; process < kProcesses; ++process)
         children.push_back(Start([&, process] {
-            alarm(static_cast<unsigned>(seconds) + 60);
+            alarm(3600); // longer than a campaign
             std::thread other(write, kThreads * process);
             write(kThreads * process + 1);
             other.join();
@@ -222,7 +206,7 @@ TEST_F(Store, WritersLoseNothingAndReadersSeeWholeFiles)
     const auto read = [&] {
         int seen[kWriters] = {};
         do {
-            std::istringstream lines(Read(file));
+            std::istringstream lines(ReadFile(file));
             std::string line;
             bool whole = true;
             for (int i = 0; i < kWriters; ++i) {
@@ -235,15 +219,16 @@ TEST_F(Store, WritersLoseNothingAndReadersSeeWholeFiles)
             whole = whole && std::string(std::istreambuf_iterator<char>(lines), {}) == tail;
             torn += whole ? 0 : 1;
             ++reads;
-        } while (Clock::now() < end);
+        } while (campaign.HasTime());
     };
     std::vector<std::thread> readers;
+    readers.reserve(kReaders);
     for (int i = 0; i < kReaders; ++i)
         readers.emplace_back(read);
     for (std::thread &reader : readers)
         reader.join();
     for (const pid_t child : children)
-        EXPECT_EQ(End(child), 0) << "a set was refused: " << Read(errors);
+        EXPECT_EQ(End(child), 0) << "a set was refused: " << ReadFile(errors);
     EXPECT_EQ(torn, 0) << "of " << reads;
     std::string expected;
     int sets = 0;
@@ -251,7 +236,7 @@ TEST_F(Store, WritersLoseNothingAndReadersSeeWholeFiles)
         expected += "K" + std::to_string(i) + "=" + std::to_string(last[i]) + "\n";
         sets += last[i];
     }
-    EXPECT_EQ(Read(file), expected + tail);
+    EXPECT_EQ(ReadFile(file), expected + tail);
     EXPECT_FALSE(fs::exists(temp));
     printf("%d sets, %d reads\n", sets, reads.load());
     munmap(last, kWriters * sizeof(std::atomic<int>));
@@ -295,18 +280,25 @@ TEST_F(Store, WhateverStandsAtTheNamesIsLeftAlone)
                 const int fd = reader ? open(temp.c_str(), O_RDONLY | O_NONBLOCK) : -1;
                 struct stat was = {}, is = {};
                 const int stood = lstat(temp.c_str(), &was);
+                char value[SYSCONF_LINE_SIZE];
+                const bool null = strcmp(atFile.name, "device") == 0 && fs::is_character_file(file);
+                const auto get = [&] { return -sysconf_fget(file.c_str(), "K", value); };
+                EXPECT_EQ(End(Start(get)),
+                          atFile.isFile || strcmp(atFile.name, "folder") == 0 || null ? 0 : 1);
                 const int status = End(Start([&] { return -Set("6"); }));
                 close(fd);
                 const bool usable = stood != 0 || strcmp(atTemp.name, "file") == 0;
                 const std::string message = !atFile.opens ? "can not open sysconf file " + file + ".\n"
                                             : !usable     ? "Can not create a temp file for write."
                                                           : "";
-                const std::string said = Read(errors);
+                const std::string said = ReadFile(errors);
                 EXPECT_EQ(said.empty(), message.empty()) << said;
                 EXPECT_NE(said.find(message), std::string::npos) << said;
                 EXPECT_EQ(status, atFile.isFile && usable ? 0 : 1);
-                EXPECT_EQ(Read(victim), "K=5\n");
-                EXPECT_EQ(atFile.isFile ? Read(file) : "", !atFile.isFile ? "" : usable ? "K=6\n" : "K=5\n");
+                EXPECT_EQ(ReadFile(victim), "K=5\n");
+                EXPECT_EQ(atFile.isFile ? ReadFile(file) : "", !atFile.isFile ? ""
+                                                               : usable       ? "K=6\n"
+                                                                              : "K=5\n");
                 const bool stays = stood == 0 && !(usable && atFile.opens);
                 EXPECT_EQ(lstat(temp.c_str(), &is) == 0, stays);
                 EXPECT_TRUE(!stays || (is.st_ino == was.st_ino && is.st_mode == was.st_mode));
@@ -316,7 +308,7 @@ TEST_F(Store, WhateverStandsAtTheNamesIsLeftAlone)
         fs::remove_all(folder);
         atFile.make(folder.c_str(), victim.c_str());
         EXPECT_EQ(End(Start([&] { return -Set("6"); })), 1) << atFile.name;
-        EXPECT_NE(Read(errors).find("can not open sysconf file "), std::string::npos) << atFile.name;
+        EXPECT_NE(ReadFile(errors).find("can not open sysconf file "), std::string::npos) << atFile.name;
     }
 }
 
@@ -336,20 +328,20 @@ TEST_F(Store, NobodyGainsAccess)
     };
     const bool isRoot = getuid() == 0;
     int kept = 0;
-    for (int i = 0; i < 100 || Clock::now() < end; ++i) {
+    for (int i = 0; i < 100 || campaign.Goes(); ++i) {
         fs::remove_all(folder);
         fs::create_directory(folder);
         Write(file, "K=5\n");
-        const auto mode = static_cast<mode_t>((random() & 0777) | 0600);
-        const Acl wanted(static_cast<uint16_t>(random() % 8)), inherited(7);
-        const bool hasAcl = random() % 2 != 0;
-        if (random() % 2 != 0)
+        const mode_t mode = campaign.Below(01000) | 0600;
+        const Acl wanted(static_cast<uint16_t>(campaign.Below(8))), inherited(7);
+        const bool hasAcl = campaign.Below(2) != 0;
+        if (campaign.Below(2) != 0)
             setxattr(folder.c_str(), kDefault, &inherited, sizeof(inherited), 0);
-        if (random() % 2 != 0) { // left behind
+        if (campaign.Below(2) != 0) { // left behind
             Write(temp, "rest of a longer copy");
-            chmod(temp.c_str(), static_cast<mode_t>((random() & 0777) | 0600));
+            chmod(temp.c_str(), campaign.Below(01000) | 0600);
         }
-        EXPECT_EQ(isRoot && random() % 2 != 0 ? chown(file.c_str(), 1234, 4321) : 0, 0);
+        EXPECT_EQ(isRoot && campaign.Below(2) != 0 ? chown(file.c_str(), 1234, 4321) : 0, 0);
         chmod(file.c_str(), mode);
         const bool acl = hasAcl && setxattr(file.c_str(), kAccess, &wanted, sizeof(wanted), 0) == 0;
         struct stat before = {}, after = {};
@@ -363,7 +355,7 @@ TEST_F(Store, NobodyGainsAccess)
         ASSERT_EQ(after.st_gid, before.st_gid);
         ASSERT_EQ(getxattr(file.c_str(), kAccess, has, sizeof(has)), size);
         ASSERT_TRUE(size < 0 || memcmp(had, has, static_cast<size_t>(size)) == 0);
-        ASSERT_EQ(Read(file), "K=6\n");
+        ASSERT_EQ(ReadFile(file), "K=6\n");
         kept += acl;
     }
     printf("%d access-control lists kept\n", kept);

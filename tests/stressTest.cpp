@@ -43,32 +43,27 @@ std::string LastSummary(const std::string &out)
     return at == std::string::npos ? "" : out.substr(at, out.find("]:\n", at) + 3 - at);
 }
 
-class EndBySignal : public testing::TestWithParam<int>
+TEST(Stress, FinishesTheIterationAndKeepsItsSummary)
 {
-};
-
-TEST_P(EndBySignal, FinishesTheIterationAndKeepsItsSummary)
-{
-    const SimBoard board;
-    Started test(board.Command({"camStat", "-t", "1", "3"}, kFast));
-    ASSERT_TRUE(test.AwaitOut("]:\n", 3)) << test.Out() << test.Err();
-    kill(test.Pid(), GetParam());
-    const Outcome outcome = test.Wait();
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, kFinish);
-    EXPECT_EQ(Count(outcome.out, "=== InfoOut ==="), Count(outcome.out, "]:\n"));
-    EXPECT_TRUE(outcome.out.ends_with("]:\n" + kStopped)) << outcome.out;
-
-    const std::string result = OnlyFile(board, "I2cTestResult_");
-    EXPECT_EQ(result, LastSummary(outcome.out));
-    const std::string stamp = "[0-9]{4}(/[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}";
-    EXPECT_TRUE(Matches(result, "^I2C Error Counts = 0\nI2C Read Error Counts = 0\n\\[" + stamp + "\\]\\[" +
-                                    stamp + "\\]\\[[0-9]+\\]:\n$"))
-        << result;
-    EXPECT_EQ(FlashFiles(board, "dmesg_").size(), 1U);
+    const std::string stamp = "\\[[0-9]{4}(/[0-9]{2}){2} [0-9]{2}(:[0-9]{2}){2}\\]";
+    const std::string summary =
+        "^I2C Error Counts = 0\nI2C Read Error Counts = 0\n" + stamp + stamp + "\\[[0-9]+\\]:\n$";
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+        const SimBoard board;
+        Started test(board.Command({"camStat", "-t", "1", "3"}, kFast));
+        ASSERT_TRUE(test.AwaitOut("]:\n", 3)) << test.Out() << test.Err();
+        kill(test.Pid(), number);
+        const Outcome outcome = test.Wait();
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.err, kFinish);
+        EXPECT_EQ(Count(outcome.out, "=== InfoOut ==="), Count(outcome.out, "]:\n"));
+        EXPECT_TRUE(outcome.out.ends_with("]:\n" + kStopped)) << outcome.out;
+        const std::string result = OnlyFile(board, "I2cTestResult_");
+        EXPECT_EQ(result, LastSummary(outcome.out));
+        EXPECT_TRUE(Matches(result, summary)) << result;
+        EXPECT_EQ(FlashFiles(board, "dmesg_").size(), 1U);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Signals, EndBySignal, testing::Values(SIGINT, SIGTERM, SIGHUP, SIGPIPE));
 
 /// The command through the shell: `script` has it as "$@".
 Words Shell(const std::string &script, const Words &command)
@@ -100,7 +95,7 @@ TEST(Stress, OutlivesItsTerminalUnderNohup)
 TEST(Stress, AnInterruptOfTheShellIsForTheTest)
 {
     const SimBoard board;
-    ASSERT_EQ(board.Sim({"fault", "system:nth=1,delay=3s"}).status, 0);
+    ASSERT_EQ(board.Sim({"fault", "system:nth=1,delay=5s"}).status, 0);
     Started test(board.Command({"camStat", "-t", "1", "3"}));
     while (!Matches(board.Sim({"fault", "list"}).out, " 1  system"))
         ASSERT_TRUE(test.Out().empty()) << test.Out();
@@ -111,54 +106,27 @@ TEST(Stress, AnInterruptOfTheShellIsForTheTest)
     EXPECT_EQ(FlashFiles(board, "dmesg_").size(), 1U);
 }
 
-TEST(Stress, ACutLogLineIsEndedBeforeTheNext)
-{
-    const std::string whole = "2026/11/22 22:28:28, 0, 3, 17\n";
-    const struct {
-        std::string before, kept;
-    } cases[] = {{"", ""}, {whole, whole}, {whole + "2026/11", whole + "2026/11\n"}, {"2", "2\n"}};
-    for (const auto &c : cases) {
-        const SimBoard board;
-        ASSERT_EQ(board.Sim({"reset"}).status, 0);
-        std::ofstream(board.Path("mnt/nand/I2cErr.csv")) << c.before;
-        board.Run({"camStat", "-t", "1", "1"}, With(kFast, {"--fault", "i2c.read:reg=0x18"}));
-        const std::string log = ReadFile(board.Path("mnt/nand/I2cErr.csv"));
-        EXPECT_TRUE(log.starts_with(c.kept)) << log;
-        EXPECT_TRUE(Matches(log.substr(c.kept.size()), "^([^,\n]+(, [0-9]+){3}\n){2}$")) << log;
-    }
-}
-
 TEST(Stress, AFailureInTheFirstIterationWritesIterationZero)
-{
-    const SimBoard board;
-    const Outcome outcome =
-        board.Run({"camStat", "-t", "1", "0"}, With(kFast, {"--fault", "i2c.read:reg=0x1E"}));
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_NE(outcome.out.find("InfoRawAvg failed.\nInfoOut failed!\nI2C Error Counts = 1\n"),
-              std::string::npos);
-    EXPECT_TRUE(outcome.out.ends_with("][0]:\n")) << outcome.out;
-    EXPECT_TRUE(outcome.err.ends_with(kFinish)) << outcome.err;
-    EXPECT_EQ(OnlyFile(board, "I2cTestResult_"), LastSummary(outcome.out));
-    // The capture holds this run's controller messages, and no others.
-    const std::string capture = OnlyFile(board, "dmesg_");
-    EXPECT_EQ(Count(capture, "\n"), 1) << capture;
-    EXPECT_NE(capture.find("i2c_davinci"), std::string::npos) << capture;
-}
-
-TEST(Stress, RetriesAsOftenAsTold)
 {
     for (const int retries : {0, 3}) {
         const SimBoard board;
+        const std::string times = std::to_string(retries + 1);
         const Outcome outcome = board.Run({"camStat", "-t", "1", std::to_string(retries)},
-                                          With(kFast, {"--fault", "i2c.read:reg=0x10"}));
-        EXPECT_EQ(Count(outcome.err, "[CXD3193AR_Read] Read Addr (0x10) failed! count = 1, "), retries + 1);
+                                          With(kFast, {"--fault", "i2c.read:reg=0x1E"}));
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_NE(outcome.out.find("InfoRawAvg failed.\nInfoOut failed!\nI2C Error Counts = " + times + "\n"),
+                  std::string::npos);
+        EXPECT_TRUE(outcome.out.ends_with("][0]:\n")) << outcome.out;
+        EXPECT_TRUE(outcome.err.ends_with(kFinish)) << outcome.err;
+        EXPECT_EQ(OnlyFile(board, "I2cTestResult_"), LastSummary(outcome.out));
         const std::string log = ReadFile(board.Path("mnt/nand/I2cErr.csv"));
         EXPECT_EQ(Count(log, "\n"), retries + 1) << log;
-        for (int attempt = 0; attempt <= retries; ++attempt) {
-            EXPECT_TRUE(Matches(log, " [0-9:]{8}, " + std::to_string(attempt) + ", [0-9]+, " +
-                                         std::to_string(attempt + 1) + "\n"))
-                << log;
-        }
+        EXPECT_TRUE(Matches(log, " [0-9:]{8}, " + std::to_string(retries) + ", [0-9]+, " + times + "\n$"))
+            << log;
+        // The capture holds this run's controller messages, and no others.
+        const std::string capture = OnlyFile(board, "dmesg_");
+        EXPECT_EQ(Count(capture, "\n"), retries + 1) << capture;
+        EXPECT_EQ(Count(capture, "read of slave 0xe2"), retries + 1) << capture;
     }
 }
 
@@ -186,23 +154,12 @@ TEST(Stress, AStopBeforeTheFirstIterationLeavesAnEmptyResult)
 {
     const SimBoard board; // the failing call says that the signal handler stands
     Started test(
-        board.Command({"camStat", "-t", "1", "0"}, {"--fault", "fcntl", "--fault", "slave:delay=1s"}));
+        board.Command({"camStat", "-t", "1", "0"}, {"--fault", "fcntl", "--fault", "slave:delay=2s"}));
     while (test.Err().empty())
         usleep(1000);
     kill(test.Pid(), SIGTERM);
     EXPECT_EQ(test.Wait().out, kStopped);
     EXPECT_EQ(OnlyFile(board, "I2cTestResult_"), "");
-}
-
-TEST(Stress, ABrokenClockIsSaidAndTheTestGoesOn)
-{
-    const SimBoard board;
-    Started test(board.Command({"camStat", "-t", "1", "0"}, With(kFast, {"--fault", "clock"})));
-    ASSERT_TRUE(test.AwaitOut("]:\n", 2)) << test.Out() << test.Err();
-    kill(test.Pid(), SIGTERM);
-    const Outcome outcome = test.Wait();
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_GT(Count(outcome.out, "clock_gettime failed.\nGetMsFromStart failed!\n"), 2);
 }
 
 // One transfer in a hundred fails at random, over CAMSTAT_STRESS_ITERATIONS iterations.
@@ -215,11 +172,14 @@ TEST(Stress, CountsExactlyWhatTheBoardInjected)
     Started test(board.Command({"camStat", "-t", "1", "5"}, kFast));
     ASSERT_TRUE(test.AwaitOut("][" + std::to_string(iterations / 10) + "]:\n")) << test.Err();
     const long residentEarly = test.ResidentKiB();
+    const long openEarly = test.Descriptors();
     ASSERT_TRUE(test.AwaitOut("][" + std::to_string(iterations - 1) + "]:\n")) << test.Err();
     const long residentLate = test.ResidentKiB();
     // Memory is looked at in a long run, without what sanitizers hold back.
     EXPECT_TRUE(wanted == nullptr || residentLate <= residentEarly + 64)
         << residentEarly << " KiB, later " << residentLate;
+    EXPECT_LE(labs(test.Descriptors() - openEarly), 1); // the log of errors comes and goes
+    printf("%d iterations, %ld KiB, later %ld KiB\n", iterations, residentEarly, residentLate);
     kill(test.Pid(), SIGTERM);
     const Outcome outcome = test.Wait();
 
@@ -227,6 +187,7 @@ TEST(Stress, CountsExactlyWhatTheBoardInjected)
     // " 1  board   9000   90  i2c.read:..." : calls, then hits, before the rule.
     const int injected = atoi(list.c_str() + list.find_last_of(' ', list.find("  i2c.read:chance") - 1));
     EXPECT_GT(injected, iterations / 20);
+    printf("%d transfers failed\n", injected);
     EXPECT_EQ(Count(outcome.err, " failed! count = "), injected);
     EXPECT_EQ(Count(ReadFile(board.Path("mnt/nand/I2cErr.csv")), "\n"), injected);
     EXPECT_EQ(LastSummary(outcome.out).find("I2C Error Counts = " + std::to_string(injected) + "\n"), 0U)
