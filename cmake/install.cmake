@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# What is installed, by component: runtime (programs), library, dev, sim. Packages are in packaging.cmake.
+# What is installed, by component: runtime (programs), library, dev, plot, sim. Packages are in packaging.cmake.
 
 install(TARGETS camStat drvI2cTest camConf camCtl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
 if(KELISP_SIM)
@@ -52,10 +52,22 @@ function(kel_pages component)
     endforeach()
 endfunction()
 if(KELISP_PACKAGES OR NOT CMAKE_CROSSCOMPILING) # a board gets the programs alone
-    install(PROGRAMS tools/i2cErrPlot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
-    kel_pages(runtime camConf.1 camCtl.1 camStat.1 conf.img.5 drvI2cTest.1 i2cErrPlot.1)
+    # Python puts the folder of the program itself on its path, behind the link.
+    file(GLOB modules ${PROJECT_SOURCE_DIR}/tools/camPlot/*.py)
+    install(PROGRAMS tools/camPlot/camPlot DESTINATION ${CMAKE_INSTALL_DATADIR}/camPlot COMPONENT plot)
+    install(FILES ${modules} DESTINATION ${CMAKE_INSTALL_DATADIR}/camPlot COMPONENT plot)
+    file(RELATIVE_PATH camplot ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_DATADIR}/camPlot/camPlot)
+    file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/link)
+    file(CREATE_LINK ${camplot} ${PROJECT_BINARY_DIR}/link/camPlot SYMBOLIC)
+    install(FILES ${PROJECT_BINARY_DIR}/link/camPlot DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT plot)
+    kel_pages(plot camPlot.1)
+    install(FILES fleet/alerts.yml fleet/alerts.test.yml fleet/burnIn.yml fleet/camera-metrics.service fleet/camera-metrics.timer fleet/inventory.example.yml
+        fleet/metrics.yml DESTINATION ${CMAKE_INSTALL_DATADIR}/camPlot/fleet COMPONENT plot)
+    install(PROGRAMS fleet/boardMetrics fleet/simulate DESTINATION ${CMAKE_INSTALL_DATADIR}/camPlot/fleet COMPONENT plot)
+    install(FILES docs/fleet.md docs/fleet.png DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/camstat-plot COMPONENT plot)
+    kel_pages(runtime camConf.1 camCtl.1 camStat.1 conf.img.5 drvI2cTest.1)
     kel_pages(dev kelisp.3)
-    install(FILES docs/operating.md docs/registers.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/camstat COMPONENT runtime)
+    install(FILES docs/operating.md docs/recipes.md docs/registers.md docs/camCtl.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/camstat COMPONENT runtime)
     install(FILES docs/library.md docs/porting.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkelisp-dev COMPONENT dev)
     if(KELISP_SIM)
         kel_pages(sim camSim.1)

@@ -33,9 +33,9 @@ if(CMAKE_CROSSCOMPILING)
 endif()
 # Named here, because CPack would add a script to each package whose dependencies it looks up: these need none.
 set(needs_libc "libc6 (>= 2.34)")
-set(needs_libstdcxx "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
+set(needs_camsim "libc6 (>= 2.36), libgcc-s1 (>= 3.5), libstdc++6 (>= 12)")
 
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS gnuplot-nox) # for i2cErrPlot
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS camstat-plot)
 
 # kel_package(COMPONENT NAME SECTION DEPENDS SUMMARY TEXT)
 set(CPACK_COMPONENTS_ALL "")
@@ -74,8 +74,16 @@ kel_package(dev libkelisp-dev libdevel "libkelisp${PROJECT_VERSION_MAJOR} (= ${P
     "camera library of an IP-camera board (development files)"
     "Headers, static library, pkg-config and CMake files of libkelisp, for C11
 and C++20.")
+kel_package(plot camstat-plot utils "python3, python3-matplotlib" "pictures and numbers of IP-camera boards"
+    "Draws what stress tests left on the flash of one board or of many, ranked
+from worst to best, and live values over time, as pictures or as a page.
+With playbooks that burn in and watch many boards.")
+set(CPACK_DEBIAN_PLOT_PACKAGE_ARCHITECTURE all)
 if(KELISP_SIM)
-    kel_package(sim camsim utils "${needs_libstdcxx}" "simulated IP-camera board"
+    if(FUSE3_LIBRARY)
+        string(APPEND needs_camsim ", libfuse3-3 (>= 3.2)")
+    endif()
+    kel_package(sim camsim utils "${needs_camsim}" "simulated IP-camera board"
         "Runs programs of the camera board on a PC: device nodes, registers,
 flash, faults on request, and a trace.")
 endif()

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# bash completion for camStat, drvI2cTest, camConf, camCtl, camSim and i2cErrPlot. bash-completion loads this file under the
+# bash completion for camStat, drvI2cTest, camConf, camCtl, camSim and camPlot. bash-completion loads this file under the
 # name of each program; it works without bash-completion's own functions, too.
 
 _camStat_words() { # the words that begin as the one under the cursor does
@@ -38,29 +38,41 @@ _drvI2cTest() {
     esac
 }
 
-_camConf() {
-    if [ "$COMP_CWORD" -eq 1 ]; then
-        _camStat_words 'show check get set diff apply watch --help --version'
-        return
-    fi
-    local command=${COMP_WORDS[1]} word=${COMP_WORDS[COMP_CWORD]} operands=0 i
-    if [[ $word == -* ]]; then
-        case $command in
-        show) _camStat_words '--json --help' ;;
-        set) _camStat_words '--prefix --help' ;;
-        apply) _camStat_words '-o --help' ;;
-        *) _camStat_words --help ;;
+# camConf and camCtl tell their commands and options themselves, and need no board for that. Sets `command`, and `operands`
+# to the number of words between it and the cursor; true when the word is completed already.
+_camStat_told() {
+    local program=${COMP_WORDS[0]} word=${COMP_WORDS[COMP_CWORD]} options i
+    command='' operands=0
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        case ${COMP_WORDS[i]} in
+        --retries | --time | --rounds | --every | --count | -o) i=$((i + 1)) ;;
+        -*) ;;
+        *) if [ -z "$command" ]; then command=${COMP_WORDS[i]}; else operands=$((operands + 1)); fi ;;
         esac
-        return
+    done
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+    --retries | --time | --rounds | --every | --count) return 0 ;;
+    -o) return 1 ;;
+    esac
+    if [[ $word == -* ]]; then
+        # shellcheck disable=SC2086
+        options=$("$program" $command --help 2>/dev/null | sed -nE 's/^  (-[-a-z]+) .*/\1/p')
+        _camStat_words "$options --help --version"
+    elif [ -z "$command" ]; then
+        _camStat_words "$("$program" --help 2>/dev/null | sed -nE 's/^  cam[A-Z][a-z]+ ([a-z]+).*/\1/p')"
+    else
+        return 1
     fi
+}
+
+_camConf() {
+    local command operands
+    _camStat_told && return
     if [ "${COMP_WORDS[COMP_CWORD - 1]}" = -o ]; then
         compopt -o nospace 2>/dev/null
-        mapfile -t COMPREPLY < <(compgen -S = -W "$_camStat_keys" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -S = -W "$_camStat_keys" -- "${COMP_WORDS[COMP_CWORD]}")
         return
     fi
-    for ((i = 2; i < COMP_CWORD; ++i)); do
-        [[ ${COMP_WORDS[i]} == -* ]] || operands=$((operands + 1))
-    done
     case $command:$operands in
     get:1 | set:1) _camStat_words "$_camStat_keys" ;;
     set:2) ;;
@@ -68,24 +80,34 @@ _camConf() {
     esac
 }
 
-_camSim_fields='Reg01_0 ExtPrstH CisType DnStatus MirisStatus LngExpFrm ExpTime AnlGain DgtlGain WbbGain WbrGain RawAvg AeSwitch
-Reg30_6_3 AeFlickMode AeMinAgc AeMaxAgc AeMaxDgn AeExpHldH AeHoldH AeTimer MeExpTim MnlAgn MnlDgn AeMaxExpH MirUseH
-OptnMode Reg39_3_0 Reg3A_7 Reg3A_6_4 Reg3A_3_0 AutoLgExpH LongExp WbAutoH Reg3C_6_4 Reg3C_3 Reg3C_2 Reg3C_1 WbHoldH
-MwbR MwbB Reg3F_6_5 Reg3F_4_3 Reg3F_2_0 Reg40 Reg41 Reg42 Reg43 Reg44 Reg45 Reg46_7_4 Reg46_3_0 Blk47 DyNgtOnH NrAutoH
-Blk55 Reg55 Reg56 Reg57 Reg58 Reg59 Reg5A Reg5B Reg5C DyNtSupr DyNtRecv AccAutoH AccPwr Reg61_7_5 Reg61_2_0 Reg62
-Reg63_6_4 Reg63_3_0 AeEvSet Reg72_7 Ygain Yofst AeRefLev ApGan Reg94 Reg95 ApPosGn Reg97_7 RYG Reg98_7 BYG Reg99 Reg9A
-Blk9D RegA3 RegCA_3 RegCA_2 RegCA_1_0 InfoOut'
+_camCtl_groups='@live @ae @exposure @awb @picture @daynight @noise @other'
 
-_camSim_commands='dump peek poke pins scene fault reset trace'
-_camSim_options='--board --new --fault --trace --trace-json --speed --sensor --emulator --library --help --version'
+_camCtl() {
+    local command operands program=${COMP_WORDS[0]} word=${COMP_WORDS[COMP_CWORD]}
+    _camStat_told && return
+    case $command in
+    list) _camStat_words "$_camCtl_groups $("$program" list 2>/dev/null | cut -d ' ' -f 1)" ;;
+    get | watch) _camStat_words "all $_camCtl_groups $("$program" list 2>/dev/null | cut -d ' ' -f 1)" ;;
+    set)
+        compopt -o nospace 2>/dev/null
+        mapfile -t COMPREPLY < <(compgen -S = -W "$("$program" list 2>/dev/null | sed -n 's/ .* rw .*//p')" -- "$word")
+        ;;
+    led) _camStat_words 'on off' ;;
+    ircut) _camStat_words 'cut pass' ;;
+    expose) compopt -o nospace 2>/dev/null; _camStat_words 'shutter= again= dgain=' ;;
+    save | load | diff) _camStat_files ;;
+    esac
+}
+
+_camSim_commands='pins scene fault reset serve trace'
+_camSim_options='--board --new --fault --trace --trace-json --speed --sensor --emulator --library --dev --help --version'
 
 _camSim_command() { # the words of a command; $1 is its place on the line
     local command=${COMP_WORDS[$1]}
     case $command in
-    dump) _camStat_words '--hex --help' ;;
-    peek | poke) _camStat_words "$_camSim_fields" ;;
     pins) compopt -o nospace 2>/dev/null; _camStat_words 'led= ircut= alarm= reset=' ;;
     scene) compopt -o nospace 2>/dev/null; _camStat_words 'light= temperature= sensor= reflect=' ;;
+    serve) _camStat_words '--board --dev --fault --trace --trace-json --help' ;;
     fault) _camStat_words 'list clear i2c.read i2c.write gio.set reflect flash open' ;;
     esac
 }
@@ -94,7 +116,7 @@ _camSim() {
     local i
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in
-        --board | --emulator | --library | --fault | --trace-json | --speed | --sensor) i=$((i + 1)) ;;
+        --board | --dev | --emulator | --library | --fault | --trace-json | --speed | --sensor) i=$((i + 1)) ;;
         -*) ;;
         *) break ;;
         esac
@@ -119,7 +141,7 @@ _camSim() {
         return
     fi
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-    --board) _camStat_files -d ;;
+    --board | --dev) _camStat_files -d ;;
     --library | --trace-json) _camStat_files ;;
     --sensor) _camStat_words '6 7' ;;
     --fault | --speed | --emulator) ;;
@@ -127,38 +149,22 @@ _camSim() {
     esac
 }
 
-_camCtl() { # names come from the program itself, which needs no board for them
-    local word=${COMP_WORDS[COMP_CWORD]} program=${COMP_WORDS[0]} i
-    for ((i = 1; i < COMP_CWORD; ++i)); do
-        [[ ${COMP_WORDS[i]} == -* ]] || break
-    done
-    if [[ $word == -* ]]; then
-        _camStat_words '--json --retries --dry-run --hex --force --metrics --help --version'
-    elif [ "$i" -ge "$COMP_CWORD" ]; then
-        _camStat_words "$("$program" --help 2>/dev/null | sed -n 's/^  camCtl \([a-z]*\).*/\1/p')"
-    else
-        case ${COMP_WORDS[i]} in
-        list | get | set)
-            _camStat_words "all @live @ae @exposure @awb @picture @daynight @noise @other $("$program" list 2>/dev/null | cut -d ' ' -f 1)" ;;
-        led) _camStat_words 'on off' ;;
-        ircut) _camStat_words 'cut pass' ;;
-        expose) compopt -o nospace 2>/dev/null; _camStat_words 'shutter= again= dgain=' ;;
-        save | load | diff) _camStat_files ;;
+_camPlot() {
+    if [ "$COMP_CWORD" -eq 1 ]; then
+        _camStat_words 'errors live --help --version'
+    elif [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
+        case ${COMP_WORDS[1]} in
+        errors) _camStat_words '-o --last --json --help' ;;
+        live) _camStat_words '-o --json --help' ;;
         esac
+    else
+        _camStat_files
     fi
-}
-
-_i2cErrPlot() {
-    if [[ ${COMP_WORDS[COMP_CWORD]} == -* ]]; then
-        _camStat_words '-o --last --help'
-        return
-    fi
-    _camStat_files
 }
 
 complete -F _camStat camStat
 complete -F _drvI2cTest drvI2cTest
 complete -F _camConf camConf
 complete -F _camSim camSim
-complete -F _i2cErrPlot i2cErrPlot
+complete -F _camPlot camPlot
 complete -F _camCtl camCtl
