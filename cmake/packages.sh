@@ -45,11 +45,12 @@ lock() {
 
 # install_missing PACKAGE[:ARCHITECTURE]...
 install_missing() {
-    installed=$(dpkg-query -W -f '/${Package}/${Package}:${Architecture}/${db:Status-Status}\n' "$@" 2>/dev/null || true)
+    # Those that others only suggest are known, too: as not-installed.
+    installed=$(dpkg-query -W -f '${db:Status-Status} /${Package}/${Package}:${Architecture}/\n' "$@" 2>/dev/null | grep '^installed ' || true)
     missing=""
     for package in "$@"; do
         case "$installed" in
-        */"$package"/*installed*) ;;
+        */"$package"/*) ;;
         *) missing="$missing $package" ;;
         esac
     done
