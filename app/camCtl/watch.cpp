@@ -153,8 +153,10 @@ int DrawTable(const Items &items, const Sample &sample, int drawn)
 /// Waits until `dueUs`; false when a stop signal came.
 bool AwaitBeat(int64_t dueUs, const sigset_t &waitMask)
 {
-    while (gWatchEnds == 0) {
+    for (;;) {
         const int64_t leftUs = dueUs - NowUs();
+        if (gWatchEnds != 0) // looked at last: a sanitizer gives a signal on with the next call, no earlier
+            return false;
         if (leftUs <= 0)
             return true;
         timespec left = {};
@@ -163,7 +165,6 @@ bool AwaitBeat(int64_t dueUs, const sigset_t &waitMask)
         if (!camStat::AwaitSignal(left, waitMask))
             return cli::Fail("waiting") == cli::kDone;
     }
-    return false;
 }
 
 int WatchItems(const Items &items, Form form, int64_t everyUs, int count, const sigset_t &waitMask)
