@@ -12,8 +12,10 @@ namespace sim
 
 inline constexpr char kStateFile[] = "board.state";
 inline constexpr char kKernelLogFile[] = "kernel.log";
+inline constexpr char kSystemLogFile[] = "system.log";
 inline constexpr char kVpssFile[] = "vpss.bin";
 inline constexpr char kCmemFile[] = "cmem.bin";
+inline constexpr uint32_t kVpssBytes = 0x10000;
 
 /// The board of this process. `state` is null while there is none.
 struct Board {

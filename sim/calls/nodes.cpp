@@ -9,7 +9,6 @@ namespace sim
 namespace
 {
 
-constexpr int kDescriptors = 1024;
 constexpr int kMappings = 64;
 
 Node gNodes[kDescriptors];

@@ -12,6 +12,9 @@ namespace sim
 
 struct Device; // a row of the drivers' table (sim/drivers/devices.h)
 
+/// Descriptors with higher numbers cannot lead to the board.
+inline constexpr int kDescriptors = 1024;
+
 /// What a descriptor of this process leads to.
 struct Node {
     const Device *device; ///< null for a file of the board

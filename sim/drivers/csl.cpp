@@ -23,6 +23,6 @@ void ServeCsl(Event &event, Request &)
 } // namespace
 
 constinit const Driver kCslDriver = {kCslRequests, ServeCsl, nullptr, nullptr};
-constinit const DeviceMemory kVpssMemory = {kVpssFile, 0x01C70000, 0x10000, false};
+constinit const DeviceMemory kVpssMemory = {kVpssFile, 0x01C70000, kVpssBytes, false};
 
 } // namespace sim

@@ -24,7 +24,7 @@ constexpr Device kDevices[] = {
     {"/dev/csl8", &kCslDriver, nullptr},           {"/dev/csl9", &kCslDriver, nullptr},
 };
 
-constexpr const char *kFolders[] = {"/mnt/nand", "/sysconf", "/defconf", "/proc/driver/rtc"};
+constexpr const char *kFolders[] = {kFlashPath, "/sysconf", "/defconf", "/proc/driver/rtc"};
 
 // Devices that programs expect on any machine; every other one is the board's to have or not to have.
 constexpr const char *kPlainDevices[] = {

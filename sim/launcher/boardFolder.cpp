@@ -25,7 +25,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-constexpr uintmax_t kVpssBytes = 0x10000;
 constexpr uintmax_t kCmemBytes = kCmemEnd - kCmemBase; // sparse: takes room only where a program writes
 
 constexpr char kConfiguration[] = R"(# Image configuration: KEY = VALUE, one setting a line.
@@ -104,14 +103,14 @@ struct TextFile {
 constexpr TextFile kTextFiles[] = {{"sysconf/conf.img", kConfiguration},
                                    {"defconf/conf.img", kConfiguration},
                                    {"proc/driver/rtc", kRealTimeClock},
-                                   {"kernel.log", kKernelLog}};
+                                   {kKernelLogFile, kKernelLog}};
 
 constexpr const char *kSubfolders[] = {"mnt/nand", "sysconf", "defconf", "proc/driver"};
 
 // What a reset takes away: only what a board consists of,
 // should somebody have put a board into a folder of theirs.
-constexpr const char *kParts[] = {"mnt",          "sysconf",    "defconf", "proc",
-                                  kKernelLogFile, "system.log", kVpssFile, kCmemFile};
+constexpr const char *kParts[] = {"mnt",          "sysconf",      "defconf", "proc",
+                                  kKernelLogFile, kSystemLogFile, kVpssFile, kCmemFile};
 
 // Creates a file with its content unless it is there.
 void CreateFile(const fs::path &path, const char *content)

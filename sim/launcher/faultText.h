@@ -14,9 +14,9 @@ namespace sim
 /// Reads a rule. On failure the result is false and `problem` says what is wrong and what is accepted.
 bool ParseFault(const std::string &text, FaultRule *rule, std::string *problem);
 
-/// Adds rules to the attached board, all or none. Rules of
-/// runs that have ended make room for those of a new run.
+/// Adds a rule to the attached board; false when it holds no more.
 bool AddFault(const FaultRule &rule, std::string *problem);
+/// Rules of runs that have ended make room for those of a new run.
 void DropEndedRuns();
 
 /// Removes rule `number` (from 1), or all with number 0; false when there is none.

@@ -183,7 +183,7 @@ int gLogOptions = 0;
     snprintf(line, sizeof(line), "%s[%u]: %s%s", gLogName, host::ProcessId(), text, end);
     if ((gLogOptions & LOG_PERROR) != 0)
         host::WriteAll(2, line, strlen(line));
-    if (BoardPath("system.log", path, sizeof(path))) {
+    if (BoardPath(kSystemLogFile, path, sizeof(path))) {
         const int log = host::Open(path, O_WRONLY | O_CREAT | O_APPEND, 0644);
         host::WriteAll(log, line, strlen(line));
         host::Close(log);

@@ -69,7 +69,7 @@ void ForEachField(const RegisterImage &image, Each each)
 template <class Each>
 void ForEachOpenNode(Each each)
 {
-    for (int fd = 0; fd < 1024; ++fd)
+    for (int fd = 0; fd < kDescriptors; ++fd)
         if (const Node *node = NodeOf(fd))
             each(fd, node->path);
 }
