@@ -98,6 +98,7 @@ constexpr Span kSpans[] = {
 #define KEL_WORD(reg, name, ...) {reg, 2},
 #define KEL_READOUT_WORD(reg, bits, name, ...) {reg, 2},
 #define KEL_BLOCK(reg, length, name, masks, ...) {reg, length},
+#define KEL_STRETCH(reg, length, name, masks, ...) {reg, length},
 #include "kelisp/registerMap.def"
 };
 
@@ -122,7 +123,7 @@ constexpr int kTableRegs = 30;
 
 const Masks *PairMasks(uint8_t startReg)
 {
-    if (startReg >= kPairA4First && startReg < kPairA8First)
+    if (startReg >= kPairsA4Reg && startReg < kPairA8First)
         return &pairA4;
     return startReg >= kPairA8First && startReg <= kPairA8Last ? &pairA8 : nullptr;
 }

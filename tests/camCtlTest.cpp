@@ -64,12 +64,11 @@ struct MapRow {
 #define KEL_FIELD(reg, high, low, name, ...) {#name, reg, 1, high, low, false},
 #define KEL_WORD(reg, name, ...) {#name, reg, 2, 15, 0, false},
 #define KEL_BLOCK(reg, length, name, ...) {#name, reg, length, 7, 0, false},
+#define KEL_STRETCH(...) KEL_BLOCK(__VA_ARGS__)
 #define KEL_READOUT(reg, high, low, name, ...) {#name, reg, 1, high, low, true},
 #define KEL_READOUT_WORD(reg, bits, name, ...) {#name, reg, 2, bits - 1, 0, true},
 const MapRow kMap[] = {
 #include "kelisp/registerMap.def"
-    {"YGamma", 0x75, 30, 7, 0, false},
-    {"PairsA4", 0xA4, 8, 7, 0, false},
 };
 
 TEST_F(CamCtl, EveryRowIsReadAndWrittenByNameInItsBitsAlone)

@@ -107,7 +107,7 @@ grep '^    {".*KeyAction::' config/confKeys.h | grep -v NoKey | cut -d '"' -f 2 
 bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$work/offered"
 same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
 sed -n 's/^| 0x[^|]*|[^|]*| \([A-Za-z0-9_]*\) | .*/\1/p' docs/registers.md >"$work/fields"
-printf '%s\n' YGamma PairsA4 >>"$work/fields"
+sed -n 's/^KEL_STRETCH([^,]*,[^,]*, \([A-Za-z0-9]*\),.*/\1/p' kelisp/registerMap.def >>"$work/fields"
 sort -o "$work/fields" "$work/fields"
 bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camCtl list "") COMP_CWORD=2 && _camCtl && printf "%s\n" "${COMPREPLY[@]}"' |
     grep -v @ | sort >"$work/offered"

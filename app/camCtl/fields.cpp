@@ -21,15 +21,6 @@ using kel::Unit;
 
 using namespace kel::masks; // under the names that the map uses
 
-constexpr Masks MakePairs()
-{
-    Masks pairs = {};
-    for (unsigned i = 0; i <= kPairA8Last - kPairA4First; ++i)
-        pairs.of[i] = (kPairA4First + i < kPairA8First ? pairA4 : pairA8).of[i % 2];
-    return pairs;
-}
-constexpr Masks pairs = MakePairs();
-
 // A line and the offset are the same for both sensor types.
 constexpr double kLineUs = kel::kSensorPresets[0].lineTimeUs;
 static_assert(kel::kSensorPresets[1].lineTimeUs == kLineUs);
@@ -131,37 +122,16 @@ namespace camCtl
     {#name, reg, 2, 15, 0, false, false, true, Unit::unit, #group, nullptr, meaning},
 #define KEL_BLOCK(reg, length, name, masks, group, unit, meaning)                                            \
     {#name, reg, length, 7, 0, false, reg == 0x55, true, Unit::unit, #group, masks.of, meaning},
+#define KEL_STRETCH(reg, length, name, masks, group, unit, meaning)                                          \
+    {#name, reg, length, 7, 0, false, false, reg != kPairsA4Reg, Unit::unit, #group, masks.of, meaning},
 #define KEL_READOUT(reg, high, low, name, group, unit, meaning)                                              \
     {#name, reg, 1, high, low, true, false, false, Unit::unit, #group, nullptr, meaning},
 #define KEL_READOUT_WORD(reg, bits, name, group, unit, meaning)                                              \
     {#name, reg, 2, bits - 1, 0, true, false, false, Unit::unit, #group, nullptr, meaning},
 
-constexpr Field kMapped[] = {
+constexpr Field kRows[] = {
 #include "kelisp/registerMap.def"
-    {"YGamma", kYGammaReg, kMaxBlock, 7, 0, false, false, true, Unit::Plain, "picture", tbl30.of,
-     "luminance gamma curve"},
-    {"PairsA4", kPairA4First, kPairA8Last - kPairA4First + 1, 7, 0, false, false, false, Unit::Plain, "other",
-     pairs.of, "pairs of settings"},
 };
-
-struct Rows {
-    Field row[sizeof(kMapped) / sizeof(kMapped[0])];
-};
-
-/// The rows in address order, wider ones before the fields that they contain.
-constexpr Rows InAddressOrder()
-{
-    Rows rows = {};
-    size_t count = 0;
-    for (unsigned reg = 0; reg < 0x100; ++reg)
-        for (const Field &field : kMapped)
-            if (field.reg == reg)
-                rows.row[count++] = field;
-    return rows;
-}
-
-constexpr Rows kOrdered = InAddressOrder();
-constexpr auto &kRows = kOrdered.row;
 
 const Field *const kFields = kRows;
 const size_t kFieldCount = sizeof(kRows) / sizeof(kRows[0]);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The register map by name: what camCtl's commands call a field, where it lies, what its code means and which
-// values it takes. The rows come from the register map; blocks whose accessors fit no row are added here.
+// values it takes. The rows come from the register map.
 #ifndef CAMSTAT_APP_CAM_CTL_FIELDS_H
 #define CAMSTAT_APP_CAM_CTL_FIELDS_H
 

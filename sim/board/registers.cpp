@@ -18,6 +18,7 @@ namespace
 #define KEL_WORD(reg, name, group, unit, meaning) {#name, meaning, reg, 15, 0, 2, false, Unit::unit},
 #define KEL_BLOCK(reg, length, name, masks, group, unit, meaning)                                            \
     {#name, meaning, reg, 7, 0, length, false, Unit::unit},
+#define KEL_STRETCH(...) KEL_BLOCK(__VA_ARGS__)
 #define KEL_READOUT(reg, high, low, name, group, unit, meaning)                                              \
     {#name, meaning, reg, high, low, 1, true, Unit::unit},
 #define KEL_READOUT_WORD(reg, bits, name, group, unit, meaning)                                              \
@@ -25,8 +26,6 @@ namespace
 
 constexpr Field kFields[] = {
 #include "kelisp/registerMap.def"
-    {"YGamma", "luminance gamma curve", 0x75, 7, 0, 30, false, Unit::Plain},
-    {"PairA4", "overlapping pairs of settings", 0xA4, 7, 0, 9, false, Unit::Plain},
     {"Reflect", "groups that are still being taken over", 0x20, 7, 0, 3, true, Unit::Plain},
 };
 
