@@ -91,6 +91,8 @@ bool camCtl::ParseAddress(const char *text, const char **end, unsigned *reg)
 
 bool camCtl::FailUnknownName(const char *where, const char *name)
 {
+    if (strncmp(name, "0x", 2) == 0)
+        return Refuse(where, "%.40s names no registers from 0x00 to 0xFF", name);
     const char *nearest = NearestName(name);
     return nearest != nullptr ? Refuse(where, "unknown name %.40s, the nearest is %s", name, nearest)
                               : Refuse(where, "unknown name %.40s", name);

@@ -81,7 +81,8 @@ int camCtl::Expose(const Arguments &arguments)
                 field = row.field;
         if (field == nullptr)
             return cli::FailWith("expose", "%.40s is none of shutter=TIME, again=GAIN, dgain=GAIN", word);
-        snprintf(words[i], sizeof(words[i]), "%s%s", field, word + length);
+        if (snprintf(words[i], sizeof(words[i]), "%s%s", field, word + length) >= int{sizeof(words[i])})
+            return cli::FailWith("expose", "%.40s... is longer than any value", word);
         set.words[i] = words[i];
     }
     return SetExposure(set);

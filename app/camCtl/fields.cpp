@@ -69,6 +69,8 @@ int ParseWithSuffix(const char *text, const char *const (&suffixes)[count], doub
     if (!isdigit(static_cast<unsigned char>(text[text[0] == '-' || text[0] == '+' ? 1 : 0])))
         return -1; // neither blanks nor "inf" nor "nan"
     *number = strtod(text, &end);
+    if (strcspn(text, "xX") < static_cast<size_t>(end - text))
+        return -1; // hexadecimal digits are a code's
     for (size_t i = 0; i < count; ++i)
         if (isfinite(*number) && strcasecmp(end, suffixes[i]) == 0)
             return static_cast<int>(i);
@@ -280,6 +282,8 @@ void DescribeRange(const Field &field, char *text, size_t size)
         --last;
     while (first < last && RowOf(field.unit).format[0] != '\0' && !PhysicalOf(field.unit, first, &low))
         ++first;
+    if (field.unit == Unit::Lines)
+        first = 0; // no exposure
     const int length = snprintf(text, size, "%u to %u", first, last);
     if (RowOf(field.unit).format[0] == '\0')
         return;
@@ -302,13 +306,12 @@ bool ParseValue(const Field &field, const char *text, uint32_t *code, char *why,
         }
     }
     const bool hex = text[0] == '0' && (text[1] == 'x' || text[1] == 'X') && text[2] != '\0';
-    const char *digits = hex ? text + 2 : text;
     char *end = nullptr;
-    if (isxdigit(static_cast<unsigned char>(digits[0]))) {
-        const unsigned long number = strtoul(digits, &end, hex ? 16 : 10);
-        if (end != digits && *end == '\0') {
+    if (isdigit(static_cast<unsigned char>(text[0]))) {
+        const unsigned long number = strtoul(text, &end, hex ? 16 : 10);
+        if (*end == '\0') {
             *code = static_cast<uint32_t>(number);
-            snprintf(why, size, "%s is outside %s", text, range);
+            snprintf(why, size, "%.40s is outside %s", text, range);
             if (number > field.MaxCode())
                 return false;
             double value = 0.0; // a code that stands for nothing is outside the field's range
@@ -318,10 +321,10 @@ bool ParseValue(const Field &field, const char *text, uint32_t *code, char *why,
     }
     double wanted = 0.0;
     if (!ParsePhysical(field.unit, text, &wanted)) {
-        snprintf(why, size, "%s is no value; it takes %s", text, range);
+        snprintf(why, size, "%.40s is no value; it takes %s", text, range);
         return false;
     }
-    snprintf(why, size, "%s is outside %s", text, range);
+    snprintf(why, size, "%.40s is outside %s", text, range);
     return NearestCode(field, wanted, code);
 }
 
