@@ -45,6 +45,7 @@ lock() {
 
 # install_missing PACKAGE[:ARCHITECTURE]...
 install_missing() {
+    lock install 7
     # Those that others only suggest are known, too: as not-installed.
     installed=$(dpkg-query -W -f '${db:Status-Status} /${Package}/${Package}:${Architecture}/\n' "$@" 2>/dev/null | grep '^installed ' || true)
     missing=""
@@ -54,7 +55,10 @@ install_missing() {
         *) missing="$missing $package" ;;
         esac
     done
-    [ -n "$missing" ] || return 0
+    [ -n "$missing" ] || {
+        exec 7>&-
+        return 0
+    }
     [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null || {
         say "Packages are missing, and there is no sudo. As root: apt-get install$missing"
         exit 1
@@ -76,6 +80,7 @@ install_missing() {
         cat build/install.log >&2
         return 1
     }
+    exec 7>&-
 }
 
 # unpack_missing: the unpacked packages are there, each of them for armel.

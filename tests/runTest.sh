@@ -25,7 +25,7 @@ mkdir -p build/host && : >build/host/build.ninja && echo configure >>"$WORK/did"
 echo "CMAKE_HOME_DIRECTORY:INTERNAL=$PWD" >build/host/CMakeCache.txt
 printf '#!/bin/sh\necho "$(pwd): $CAMSIM_BOARD: $*"\n' >build/host/camSim && chmod +x build/host/camSim
 C
-printf '#!/bin/sh\n[ -z "${NONE_INSTALLED:-}" ] || exit 1\nshift 3\nfor p; do echo "/$p/$p:all/installed"; done\n' >"$work/bin/dpkg-query"
+printf '#!/bin/sh\nshift 3\nfor p; do echo "${NONE_INSTALLED:-installed} /$p/$p:all/"; done\n' >"$work/bin/dpkg-query"
 chmod +x "$work"/bin/*
 
 # check WHAT CONFIGURED PATTERN COMMAND...: the command's output has PATTERN, and cmake configured so many times.
@@ -69,7 +69,7 @@ if [ -n "$stranger" ] && cp -r "$tree" open && rm -rf open/build && chmod -R a+r
     mkdir nosudo
     for tool in sh cat dirname readlink find id mkdir grep flock; do ln -s "$(command -v $tool)" nosudo/$tool; done
     cp bin/dpkg-query nosudo
-    check "no sudo" 0 "As root: apt-get install g++ cmake" $stranger env PATH="$work/nosudo" NONE_INSTALLED=1 open/run
+    check "no sudo" 0 "As root: apt-get install g++ cmake" $stranger env PATH="$work/nosudo" NONE_INSTALLED=not-installed open/run
 fi
 chmod -R u+w "$tree"
 exit $((failures > 0))
