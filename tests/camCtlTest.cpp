@@ -29,7 +29,7 @@ class CamCtl : public ::testing::Test
         std::vector<unsigned> registers;
         for (std::string word; dump >> word;)
             if (word.back() != ':')
-                registers.push_back(static_cast<unsigned>(std::stoul(word, nullptr, 16)));
+                registers.push_back(word == "--" ? 0 : static_cast<unsigned>(std::stoul(word, nullptr, 16)));
         return registers;
     }
 };

@@ -58,14 +58,25 @@ int DumpBytes(const Arguments &arguments)
     CloseCamera();
     if (status != cli::kDone)
         return status;
+    const bool readouts = ShowsReadouts(image);
+    bool hidden[kRegisters] = {};
+    for (size_t i = 0; i < kFieldCount; ++i)
+        if (kFields[i].live && !readouts)
+            memset(hidden + kFields[i].reg, true, kFields[i].registers);
     fputs("     ", stdout);
     for (unsigned column = 0; column < 16; ++column)
         printf(" %X%s", column, column < 15 ? " " : "\n");
     for (unsigned reg = 0; reg < kRegisters; ++reg) {
         if (reg % 16 == 0)
             printf("0x%02X:", reg);
-        printf(" %02x%s", image.values[reg], reg % 16 == 15 ? "\n" : "");
+        if (hidden[reg])
+            fputs(" --", stdout);
+        else
+            printf(" %02x", image.values[reg]);
+        fputs(reg % 16 == 15 ? "\n" : "", stdout);
     }
+    if (!readouts)
+        NoteHiddenReadouts();
     return cli::kDone;
 }
 

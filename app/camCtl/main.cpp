@@ -13,7 +13,7 @@ constexpr cli::Option kOptions[] = {
     {"--retries", "N", "retries of a failed transfer, 0 to 100 (3)"},
     {"--dry-run", nullptr,
      "print what would be written, write nothing; exit status 1 when that is something"},
-    {"--hex", nullptr, "16 columns of bytes"},
+    {"--hex", nullptr, "16 columns of bytes; -- for live ones that are not known"},
     {"--force", nullptr, "also where the file is of another sensor type"},
     {"--metrics", nullptr, "as OpenMetrics text"},
     {"--time", "T", "end after this time: 500us, 10ms, 2s, 1/30s, 5m, 1h"},
