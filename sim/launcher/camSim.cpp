@@ -33,7 +33,7 @@ constexpr Option kOptions[] = {
     {"--new", "", "make a board also in a folder that holds other files"},
     {"--fault", "RULE", "a fault for this run only, see `camSim fault --help`; may be repeated", true},
     {"--trace", "[=FILE]", "tell what the program does to the board, on standard error or in FILE", true},
-    {"--trace-json", "FILE", "the same for a program, in FILE: one JSON object a line", true},
+    {"--trace-json", "FILE", "--trace for programs, in FILE: one JSON object a line", true},
     {"--speed", "N", "the board and its clocks run N times as fast, 0.01 to 10000", true},
     {"--sensor", "6|7", "change the board's sensor first"},
     {"--emulator", "COMMAND",
@@ -182,8 +182,8 @@ int ParseOptions(const Words &words, CommandLine *line)
             return Complain(kUsageStatus, "%s takes no value", option->name);
         }
         if (!TakeOption(*option, value, line)) {
-            return Complain(kUsageStatus, "'%s' is no value for %s: it takes %s, %s", value.c_str(),
-                            option->name, option->value, option->help);
+            return Complain(kUsageStatus, "%s takes %s, not '%s' (%s)", option->name, option->value,
+                            value.c_str(), option->help);
         }
     }
     line->rest.assign(words.begin() + static_cast<long>(i), words.end());

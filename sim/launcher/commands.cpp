@@ -164,9 +164,9 @@ int ShowOrSetScene(const Words &words)
         if (equals == std::string::npos || !SetScene(&scene, key, word.substr(equals + 1))) {
             return Complain(
                 kUsageStatus,
-                "'%s' does not describe a scene: write light=LUX (0 to 200000), temperature=KELVIN (1000 to "
-                "20000), sensor=6 or 7, reflect=TIME (as 12ms)",
-                word.c_str());
+                "'%s' does not describe a scene: write light=LUX (0 to %g), temperature=KELVIN (%g to %g), "
+                "sensor=6 or 7, reflect=TIME (as 12ms)",
+                word.c_str(), kMostLux, kLeastKelvin, kMostKelvin);
         }
         newSensor = newSensor || key == "sensor";
     }
