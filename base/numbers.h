@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The one place that turns a text into a decimal integer, and a double into an integer, without undefined
-// results. Internal to the library and its programs.
+// results, and that holds numbers at their limits. Internal to the library and its programs.
 #ifndef CAMSTAT_BASE_NUMBERS_H
 #define CAMSTAT_BASE_NUMBERS_H
 
@@ -37,6 +37,14 @@ inline int32_t TruncateToInt32(double value)
     if (value <= -2147483649.0)
         return INT32_MIN;
     return value == value ? static_cast<int32_t>(value) : 0;
+}
+
+template <typename T>
+constexpr T Clamp(T value, T low, T high)
+{
+    if (!(value >= low)) // so that NaN is held, too
+        return low;
+    return value > high ? high : value;
 }
 
 } // namespace kel

@@ -9,7 +9,6 @@
 #include "base/report.h"
 #include "config/confKeys.h"
 #include "config/dayNight.h"
-#include "isp/ispSensorStep.h"
 #include "kelisp/debugFlags.h"
 #include "kelisp/gpio.h"
 #include "kelisp/ispCXD3193AR.h"

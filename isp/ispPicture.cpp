@@ -3,6 +3,7 @@
 // White balance, picture and day/night controls: levels, indexes, gains and EV values to register values.
 #include "kelisp/ispSensor.h"
 
+#include "base/numbers.h"
 #include "isp/ispSensorStep.h"
 #include "kelisp/ispCXD3193AR.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the sensor functions share: how a failed step reads, and clamping. Internal to the room.
+// What the sensor functions share: steps, and how a failed one reads. Internal to the room.
 #ifndef CAMSTAT_ISP_ISP_SENSOR_STEP_H
 #define CAMSTAT_ISP_ISP_SENSOR_STEP_H
 
@@ -38,14 +38,6 @@ double ReadValue(int (*read)(Code *), const char *step, double (*convert)(Code),
 {
     const int code = ReadCode(read, step, where);
     return code < 0 ? code : convert(static_cast<Code>(code));
-}
-
-template <typename T>
-constexpr T Clamp(T value, T low, T high)
-{
-    if (!(value >= low)) // so that NaN is held, too
-        return low;
-    return value > high ? high : value;
 }
 
 } // namespace kel

@@ -6,6 +6,7 @@
 #include "app/camStat/reports.h"
 #include "app/shared/process.h"
 #include "app/shared/startup.h"
+#include "base/numbers.h"
 #include "kelisp/gpio.h"
 #include "kelisp/ispSensor.h"
 
@@ -22,18 +23,11 @@ constexpr double kMinGain = 1.0;
 constexpr double kMaxAgain = 8.0;
 constexpr double kMaxDgain = 31.875;
 
-double ClampGain(double gain, double max)
-{
-    if (gain < kMinGain)
-        return kMinGain;
-    return gain > max ? max : gain;
-}
-
 /// Applies all three values, each whatever became of the one before. The texts carry no line end.
 void ApplyExposure()
 {
-    gdbSensorAgain = ClampGain(gdbSensorAgain, kMaxAgain);
-    gdbSensorDgain = ClampGain(gdbSensorDgain, kMaxDgain);
+    gdbSensorAgain = kel::Clamp(gdbSensorAgain, kMinGain, kMaxAgain);
+    gdbSensorDgain = kel::Clamp(gdbSensorDgain, kMinGain, kMaxDgain);
     if (SetMeExpTime(gdbShutter) < 0)
         fputs("SetMeExpTime failed", stdout);
     if (SetMnlAgn(gdbSensorAgain) < 0)
