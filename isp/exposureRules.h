@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The rules between lines or frames and microseconds that more than one file needs. They follow the timing in
-// gtSensorInfo. Internal to the library and its programs.
+// The rules between codes and their units that more than one file needs. Times follow the timing in gtSensorInfo.
+// Internal to the library and its programs.
 #ifndef CAMSTAT_ISP_EXPOSURE_RULES_H
 #define CAMSTAT_ISP_EXPOSURE_RULES_H
 
@@ -28,6 +28,19 @@ inline double FramesToUs(uint8_t frames)
 {
     return LinesToUs(static_cast<double>(gtSensorInfo.fullHeight * (frames + 1) - 1));
 }
+
+/// The gains that live codes stand for. Code 0 of the analog gain gives infinity.
+inline double LiveAnalogGain(uint16_t code)
+{
+    return 4096.0 / code;
+}
+
+inline double LiveDigitalGain(uint16_t code)
+{
+    return code * 0.03125;
+}
+
+inline constexpr double kRawFullScale = 4096.0; // the raw average is a 12-bit level
 
 /// What the two exposure registers hold.
 struct Exposure {

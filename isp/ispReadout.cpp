@@ -10,24 +10,6 @@
 using kel::ReadCode;
 using kel::ReadValue;
 
-namespace
-{
-
-constexpr double kLiveAgainUnity = 4096.0; // gain = 4096 / code
-constexpr double kLiveDgainUnit = 0.03125; // gain = code / 32
-
-double GainOfReciprocal(uint16_t code)
-{
-    return kLiveAgainUnity / code; // code 0 gives infinity
-}
-
-double GainOf32nds(uint16_t code)
-{
-    return code * kLiveDgainUnit;
-}
-
-} // namespace
-
 double InfoExpTime(void)
 {
     return ReadValue(KEL_NAMED(CXD3193AR_Info_ExpTime), kel::LineCodeToUs);
@@ -40,12 +22,12 @@ double InfoLongExpTime(void)
 
 double InfoAnlgGain(void)
 {
-    return ReadValue(KEL_NAMED(CXD3193AR_Info_AnlGain), GainOfReciprocal);
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_AnlGain), kel::LiveAnalogGain);
 }
 
 double InfoDgtlGain(void)
 {
-    return ReadValue(KEL_NAMED(CXD3193AR_Info_DgtlGain), GainOf32nds);
+    return ReadValue(KEL_NAMED(CXD3193AR_Info_DgtlGain), kel::LiveDigitalGain);
 }
 
 double InfoWbrGain(void)

@@ -3,6 +3,7 @@
 // Fields by name, their codes in the registers, and values as people write them.
 #include "app/camCtl/fields.h"
 
+#include "isp/exposureRules.h"
 #include "isp/fieldMasks.h"
 #include "isp/sensorPresets.h"
 #include "kelisp/ispCXD3193AR.h"
@@ -198,13 +199,13 @@ bool PhysicalOf(Unit unit, uint32_t code, double *value)
         *value = CXD3193AR_RegValue2Ev(code);
         return *value > -90.0;
     case Unit::LiveAnalogGain:
-        *value = code > 0 ? 4096.0 / code : 0.0;
+        *value = code > 0 ? kel::LiveAnalogGain(static_cast<uint16_t>(code)) : 0.0;
         return code > 0;
     case Unit::LiveDigitalGain:
-        *value = code / 32.0;
+        *value = kel::LiveDigitalGain(static_cast<uint16_t>(code));
         return true;
     case Unit::RawLevel:
-        *value = code / 40.96;
+        *value = code * 100 / kel::kRawFullScale;
         return true;
     default:
         return false;

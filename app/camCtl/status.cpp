@@ -4,6 +4,7 @@
 #include "app/camCtl/camCtl.h"
 
 #include "app/camCtl/status.h"
+#include "isp/exposureRules.h"
 #include "kelisp/ispCXD3193AR.h"
 #include "kelisp/ispSensor.h"
 #include "kelisp/sensorInfo.h"
@@ -35,7 +36,7 @@ double FieldCode()
 double RawPercent()
 {
     const int level = InfoRawAvg();
-    return level < 0 ? level : level * 100 / 4096.0;
+    return level < 0 ? level : level * 100 / kel::kRawFullScale;
 }
 
 template <unsigned part>

@@ -7,6 +7,7 @@
 
 #include "base/numbers.h"
 #include "base/report.h"
+#include "isp/exposureRules.h"
 #include "kelisp/ispCXD3193AR.h"
 #include "kelisp/ispSensor.h"
 
@@ -14,8 +15,6 @@
 
 namespace
 {
-
-constexpr double kRawFullScale = 4096.0; // the raw average is a 12-bit level
 
 void PrintFailure(const char *name)
 {
@@ -55,7 +54,7 @@ void PrintLongExposure(const char *format, double timeUs)
 
 void PrintRawAverage(const char *format, double value)
 {
-    printf(format, static_cast<int>(value), value * 100 / kRawFullScale);
+    printf(format, static_cast<int>(value), value * 100 / kel::kRawFullScale);
 }
 
 template <int (*readCode)()>
