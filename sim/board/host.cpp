@@ -135,11 +135,11 @@ void *MapShared(int fd, size_t length)
     return map == -1 ? nullptr : address;
 }
 
-bool MakeReadOnly(int fd, const char *path)
+bool Reopen(int fd, const char *path, int flags)
 {
-    const int readOnly = Open(path, O_RDONLY);
-    const bool good = readOnly >= 0 && syscall(SYS_dup3, readOnly, fd, 0L) >= 0;
-    Close(readOnly);
+    const int reopened = Open(path, flags);
+    const bool good = reopened >= 0 && syscall(SYS_dup3, reopened, fd, 0L) >= 0;
+    Close(reopened);
     return good;
 }
 

@@ -23,8 +23,8 @@ long FileSize(int fd);
 bool Truncate(int fd);
 /// Maps `length` bytes of a file, shared, for reading and writing; null on failure.
 void *MapShared(int fd, size_t length);
-/// Makes a descriptor of the file at `path` read-only, under the same number.
-bool MakeReadOnly(int fd, const char *path);
+/// Opens the file at `path` with other flags, under the number of a descriptor that is open.
+bool Reopen(int fd, const char *path, int flags);
 /// Moves a descriptor to a number above those that programs see, close-on-exec; or the negative errno.
 int MoveToHighNumber(int fd);
 

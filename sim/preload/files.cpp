@@ -206,6 +206,11 @@ SIM_WRAP(FILE *, fopen64, (const char *path, const char *mode))
         path, mode, [=](const char *onPc) { return SIM_NEXT(fopen64)(onPc, mode); });
 }
 
+SIM_WRAP(FILE *, fdopen, (int fd, const char *mode))
+{
+    return CallWritable(fd, [=] { return SIM_NEXT(fdopen)(fd, mode); });
+}
+
 SIM_WRAP(int, fclose, (FILE * stream))
 {
     const Node *node = NodeOfStream(stream);

@@ -321,6 +321,16 @@ SIM_WRAP(int, fsync, (int fd))
         Call::Fsync, fd, [=] { return SIM_NEXT(fsync)(fd); }));
 }
 
+SIM_WRAP(int, ftruncate, (int fd, long length))
+{
+    return CallWritable(fd, [=] { return SIM_NEXT(ftruncate)(fd, length); });
+}
+
+SIM_WRAP(int, ftruncate64, (int fd, int64_t length))
+{
+    return CallWritable(fd, [=] { return SIM_NEXT(ftruncate64)(fd, length); });
+}
+
 // ---- Mappings
 
 SIM_WRAP(void *, mmap, (void *where, size_t length, int protection, int flags, int fd, long offset))

@@ -19,6 +19,7 @@
 
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 
 #define SIM_WRAP(result, symbol, parameters)                                                                 \
@@ -45,7 +46,7 @@ inline bool KeepOpened(Event &event, int fd, const Place &place, bool writes)
 {
     Node node = {place.device, 0, false, ""};
     snprintf(node.path, sizeof(node.path), "%s", event.path);
-    node.full = writes && place.device == nullptr && IsFlashFull(event) && host::MakeReadOnly(fd, place.path);
+    node.full = writes && place.device == nullptr && IsFlashFull(event) && host::Reopen(fd, place.path, O_RDONLY);
     const bool isKept = KeepNode(fd, node);
     if (!isKept)
         Fail(event, EMFILE);
@@ -70,6 +71,21 @@ auto CallOnFull(const Node &node, Real real)
     errno = 0;
     const auto result = real();
     errno = errno == 0 ? before : node.full && errno == EBADF ? ENOSPC : errno;
+    return result;
+}
+
+/// Makes a call that a full flash does not refuse, as it brings no byte: the descriptor can write meanwhile.
+template <class Real>
+auto CallWritable(int fd, Real real)
+{
+    const Node *node = NodeOf(fd);
+    if (node == nullptr || !node->full)
+        return real();
+    char path[32];
+    snprintf(path, sizeof(path), "/proc/self/fd/%d", fd);
+    host::Reopen(fd, path, O_RDWR);
+    const auto result = real();
+    host::Reopen(fd, path, O_RDONLY);
     return result;
 }
 
