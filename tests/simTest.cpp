@@ -24,6 +24,14 @@
 #include <syslog.h>
 #include <unistd.h>
 
+extern "C" { // what hardened programs call
+int __open_2(const char *path, int flags), __open64_2(const char *path, int flags);
+int __openat_2(int folder, const char *path, int flags),
+    __openat64_2(int folder, const char *path, int flags);
+ssize_t __read_chk(int fd, void *dest, size_t count, size_t room);
+char *__realpath_chk(const char *path, char *resolved, size_t room);
+}
+
 namespace
 {
 
@@ -295,6 +303,7 @@ TEST_F(OnBoard, PathsAndCommandsLeadIntoTheFolder)
     EXPECT_EQ(ReadFile("/proc/driver/rtc").substr(0, 8), "rtc_time");
     char resolved[PATH_MAX];
     EXPECT_STREQ(realpath("/mnt/nand/../nand", resolved), "/mnt/nand");
+    EXPECT_STREQ(__realpath_chk("/mnt/nand/../nand", resolved, sizeof(resolved)), "/mnt/nand");
     FILE *stream = fopen("/mnt/nand/c", "w");
     EXPECT_TRUE(stream != nullptr && fputs("abc", stream) >= 0 && fprintf(stream, "%d", 4) == 1);
     EXPECT_TRUE(stream != nullptr && fclose(stream) == 0);
@@ -304,12 +313,15 @@ TEST_F(OnBoard, PathsAndCommandsLeadIntoTheFolder)
     stream = fopen64("/mnt/nand/c", "r");
     EXPECT_TRUE(stream != nullptr && getc_unlocked(stream) == 'a' && fflush(stream) == 0 &&
                 fclose(stream) == 0);
-    EXPECT_EQ(close(open64("/mnt/nand/c", O_RDONLY)) | close(openat64(AT_FDCWD, "/mnt/nand/c", O_RDONLY)), 0);
-    const int fd = openat(AT_FDCWD, "/mnt/nand/c", O_RDONLY);
-    EXPECT_EQ(read(fd, bytes, sizeof(bytes)), 4);
-    EXPECT_EQ(fsync(fd) | close(fd) | unlink("/mnt/nand/c"), 0);
+    const char *const c = "/mnt/nand/c";
+    for (const int fd : {open64(c, O_RDONLY), openat(AT_FDCWD, c, O_RDONLY), openat64(AT_FDCWD, c, O_RDONLY),
+                         __open_2(c, O_RDONLY), __open64_2(c, O_RDONLY), __openat_2(AT_FDCWD, c, O_RDONLY),
+                         __openat64_2(AT_FDCWD, c, O_RDONLY)})
+        EXPECT_EQ((read(fd, bytes, sizeof(bytes)) - 4) | fsync(fd) | close(fd), 0) << fd;
+    EXPECT_EQ(unlink(c), 0);
     EXPECT_TRUE(access("/mnt/nand/c", F_OK) == -1 && errno == ENOENT);
     EXPECT_TRUE(read(bus_, bytes, 1) == -1 && errno == EINVAL);
+    EXPECT_EQ(__read_chk(bus_, bytes, 1, sizeof(bytes)), -1);
     openlog("me", 0, LOG_USER);
     syslog(LOG_INFO, "a line of %d", 7);
     const std::string log = ReadFile(Env("CAMSIM_BOARD") + "/system.log");
@@ -328,7 +340,8 @@ TEST_F(OnBoard, FullFlashTakesNoByteThroughAnyDescriptor)
 {
     const int fd = open("/mnt/nand/full", O_WRONLY | O_CREAT, 0644);
     ASSERT_GE(fd, 0);
-    for (const int copy : {fd, dup(fd), dup2(fd, 90), dup3(fd, 91, 0), fcntl(fd, F_DUPFD, 92)})
+    for (const int copy :
+         {fd, dup(fd), dup2(fd, 90), dup3(fd, 91, 0), fcntl(fd, F_DUPFD, 92), fcntl64(fd, F_DUPFD, 93)})
         EXPECT_TRUE(write(copy, "x", 1) == -1 && errno == ENOSPC) << copy << strerror(errno);
     struct stat status = {};
     EXPECT_EQ(stat("/mnt/nand/full", &status) | static_cast<int>(status.st_size), 0);

@@ -379,11 +379,6 @@ SIM_WRAP(void, openlog, (const char *name, int options, int))
 
 SIM_WRAP(void, closelog, (void)) {}
 
-SIM_WRAP(void, vsyslog, (int, const char *format, va_list arguments))
-{
-    LogToSystem(format, arguments);
-}
-
 SIM_WRAP(void, syslog, (int, const char *format, ...))
 {
     va_list arguments;
