@@ -8,6 +8,7 @@
 
 #include <ctype.h>
 #include <errno.h>
+#include <limits.h>
 #include <stdarg.h>
 #include <string.h>
 
@@ -171,7 +172,12 @@ int cli::Fail(const char *what, const char *why)
 {
     const char *reason = why != nullptr ? why : strerror(errno);
     fflush(stdout); // what was printed before stands before the error, also where both go to one file
-    fprintf(stderr, "%s: %s: %s\n", gProgram->name, what, reason);
+    char line[PATH_MAX + 512];
+    snprintf(line, sizeof(line), "%s: %s: %s", gProgram->name, what, reason);
+    for (char *at = line; *at != '\0'; ++at)
+        if (static_cast<unsigned char>(*at) < 0x20 || *at == 0x7F)
+            *at = '?'; // words and files hold what they like; a terminal does not get it
+    fprintf(stderr, "%s\n", line);
     return kFailed;
 }
 
