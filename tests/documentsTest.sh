@@ -108,10 +108,11 @@ bash -c '. tools/completion/camStat.bash && printf "%s\n" $_camStat_keys' >"$wor
 same "tools/completion/camStat.bash offers other keys than the configuration has" "$work/keys" "$work/offered"
 sed -n 's/^| 0x[^|]*|[^|]*| \([A-Za-z0-9_]*\) | .*/\1/p' docs/registers.md >"$work/fields"
 sed -n 's/^KEL_STRETCH([^,]*,[^,]*, \([A-Za-z0-9]*\),.*/\1/p' kelisp/registerMap.def >>"$work/fields"
+sed -n 's/^KEL_.*, \([a-z]*\), [A-Z][A-Za-z]*, ".*/@\1/p' kelisp/registerMap.def | sort -u >>"$work/fields"
 sort -o "$work/fields" "$work/fields"
 bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camCtl list "") COMP_CWORD=2 && _camCtl && printf "%s\n" "${COMPREPLY[@]}"' |
-    grep -v @ | sort >"$work/offered"
-same "tools/completion/camStat.bash offers other fields than the register map has" "$work/fields" "$work/offered"
+    sort >"$work/offered"
+same "tools/completion/camStat.bash offers other fields or groups than the register map has" "$work/fields" "$work/offered"
 grep -Eo "\{'.', (\"[a-z]+\"|nullptr)" app/camStat/options.cpp |
     sed -E "s/.'(.)', /-\1\n/; s/\"(.*)\"/--\1/; s/\nnullptr//" | sort >"$work/options"
 bash -c '. tools/completion/camStat.bash && COMP_WORDS=(camStat -) COMP_CWORD=1 && _camStat && printf "%s\n" "${COMPREPLY[@]}"' |

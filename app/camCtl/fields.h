@@ -49,8 +49,6 @@ void DescribeCode(const Field &field, uint32_t code, char *text, size_t size);
 const char *UnitName(kel::Unit unit);
 
 /// The groups of the map.
-inline constexpr const char *kGroups[] = {"live",    "ae",       "exposure", "awb",
-                                          "picture", "daynight", "noise",    "other"};
 inline constexpr char kGroupNames[] = "@live @ae @exposure @awb @picture @daynight @noise @other";
 
 /// The live readouts and the reflect registers: nothing may write there.

@@ -96,8 +96,8 @@ bool camCtl::IsWrongGroup(const char *word)
 {
     if (word[0] != '@')
         return false;
-    for (const char *group : kGroups)
-        if (strcmp(group, word + 1) == 0)
+    for (size_t i = 0; i < kFieldCount; ++i)
+        if (strcmp(kFields[i].group, word + 1) == 0)
             return false;
     cli::FailWith(word, "unknown group; there are %s", kGroupNames);
     return true;
