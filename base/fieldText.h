@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // How the value of a register field reads, by the unit that the register map gives it: "gain 2.000",
-// "16643.61 us, 1/60 s", "on". What a code stands for is computed by the caller, so that the camera library and the
-// simulated board say the same of the same value and each works it out by itself.
+// "16643.61 us, 1/60 s", "on". What a code stands for is computed by the caller, so that all who show values say the
+// same of the same one, and each works it out by itself.
 #ifndef CAMSTAT_BASE_FIELD_TEXT_H
 #define CAMSTAT_BASE_FIELD_TEXT_H
 
