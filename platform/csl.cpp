@@ -81,7 +81,7 @@ int CSL_devOpen(unsigned module)
     if (module > kMaxModule)
         return -1;
     char path[16];
-    snprintf(path, sizeof(path), "/dev/%s%u", "csl", module);
+    snprintf(path, sizeof(path), "/dev/csl%u", module);
     return open(path, O_RDWR | O_CLOEXEC);
 }
 

@@ -51,7 +51,7 @@ class OnBoard : public testing::Test
     }
 
     // One request on the bus, with the bytes of its values; the errno, 0 for success.
-    int Move(unsigned long request, unsigned long size, Bytes regs, Bytes &values) const
+    int RequestOnBus(unsigned long request, unsigned long size, Bytes regs, Bytes &values) const
     {
         struct {
             uint8_t dataSize, count;
@@ -64,13 +64,13 @@ class OnBoard : public testing::Test
     int Write(uint8_t reg, uint8_t value) const
     {
         Bytes values = {value};
-        return Move(kWrite, 1, {reg}, values);
+        return RequestOnBus(kWrite, 1, {reg}, values);
     }
 
     Bytes Read(const Bytes &regs) const
     {
         Bytes values(regs.size());
-        EXPECT_EQ(Move(kRead, 1, regs, values), 0);
+        EXPECT_EQ(RequestOnBus(kRead, 1, regs, values), 0);
         return values;
     }
 
@@ -101,7 +101,7 @@ TEST_F(OnBoard, BusMovesRegisters)
     };
     for (const auto &row : rows) {
         Bytes values = row.request == kWrite ? row.values : Bytes(row.values.size());
-        EXPECT_EQ(Move(row.request, row.size, row.regs, values), row.error) << &row - rows;
+        EXPECT_EQ(RequestOnBus(row.request, row.size, row.regs, values), row.error) << &row - rows;
         EXPECT_EQ(values, row.values) << &row - rows;
     }
     const int original = bus_;
@@ -157,7 +157,7 @@ TEST_F(OnBoard, AResetBringsPowerOnValuesBack)
     for (size_t row = 0; row < 16; ++row) {
         Bytes values(16), wanted = row < std::size(powerOn) ? powerOn[row] : Bytes{};
         wanted.resize(16);
-        EXPECT_EQ(Move(kReadBlock, 1, Bytes(16, static_cast<uint8_t>(row * 16)), values), 0);
+        EXPECT_EQ(RequestOnBus(kReadBlock, 1, Bytes(16, static_cast<uint8_t>(row * 16)), values), 0);
         EXPECT_TRUE(row == 1 || values == wanted) << row << testing::PrintToString(values);
     }
 }
@@ -388,7 +388,7 @@ TEST_F(OnBoard, DISABLED_Tells)
     std::string reads;
     Bytes value(1);
     for (int i = 0; i < 20; ++i)
-        reads += Move(kRead, 1, {0x0E}, value) == 0 ? '.' : 'x';
+        reads += RequestOnBus(kRead, 1, {0x0E}, value) == 0 ? '.' : 'x';
     const timespec pause = {0, 3000000};
     timespec rest = {};
     const unsigned left = sleep(2);

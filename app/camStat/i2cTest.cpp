@@ -62,7 +62,7 @@ bool StopRequested()
 {
     if (kel::LoadWord(giCamStatTerm) != 1)
         return false;
-    printf("%s received SIGTERM!\n", "camStat"); // the same line for SIGINT
+    puts("camStat received SIGTERM!"); // the same line for SIGINT
     return true;
 }
 
