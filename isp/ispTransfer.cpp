@@ -172,6 +172,14 @@ bool ReflectPending(const uint8_t *reflect)
     return (reflect[0] | reflect[1] | reflect[2]) != 0;
 }
 
+/// Ends a wait for the processor: it answers, so that no errno of the device tells what is wrong.
+int GiveUp(const char *message, const char *function)
+{
+    const int status = Refuse(message, function);
+    errno = ETIME;
+    return status;
+}
+
 /// Waits until the processor has taken over what was written before; reports as `function`.
 int AwaitReflect(const char *function)
 {
@@ -189,9 +197,9 @@ int AwaitReflect(const char *function)
         if (!TakeTime(&watch) || watch.elapsedMs < 0)
             Refuse("[kel_isp] Error: dwEnd < 0 || dwEnd < dwStart.\n", function);
         if (watch.elapsedMs > kReflectLimitMs)
-            return Refuse("[kel_isp] Error: Read reflect registers timeout.\n", function);
+            return GiveUp("[kel_isp] Error: Read reflect registers timeout.\n", function);
     }
-    return Refuse("[kel_isp] Error: Read reflect registers timeout count.\n", function);
+    return GiveUp("[kel_isp] Error: Read reflect registers timeout count.\n", function);
 }
 
 } // namespace

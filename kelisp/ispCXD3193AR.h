@@ -38,7 +38,7 @@ extern int32_t giI2cReadErrCount; /**< printed by the stress test; nothing incre
  * @param firstReg  first register address
  * @param dest      receives `count` bytes; untouched on failure
  * @param count     1 to 32
- * @return 0 or CXD3193AR_FAILED; after a failed transfer errno is the device's
+ * @return 0 or CXD3193AR_FAILED; after a failed transfer errno is the device's, ETIME after a wait
  */
 int CXD3193AR_Read(uint8_t firstReg, uint8_t *dest, int count);
 

@@ -57,6 +57,8 @@ unsigned StretchAt(unsigned reg, unsigned most, IsMarked isMarked)
 
 int camCtl::FailAttempts(const char *name, const char *what)
 {
+    if (errno == ETIME) // of the one wait for the camera, whose readiness is no matter of attempts
+        return cli::FailWith(name, "%s failed: %s", what, strerror(errno));
     return cli::FailWith(name, "%s failed after %d attempt%s: %s", what, giI2cErrRetry + 1,
                          giI2cErrRetry == 0 ? "" : "s", strerror(errno));
 }
