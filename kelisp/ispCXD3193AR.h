@@ -38,7 +38,7 @@ extern int32_t giI2cReadErrCount; /**< printed by the stress test; nothing incre
  * @param firstReg  first register address
  * @param dest      receives `count` bytes; untouched on failure
  * @param count     1 to 32
- * @return 0 or CXD3193AR_FAILED; after a failed transfer errno is the device's, ETIME after a wait
+ * @return 0 or CXD3193AR_FAILED; after a failed transfer errno is the device's
  */
 int CXD3193AR_Read(uint8_t firstReg, uint8_t *dest, int count);
 
@@ -50,7 +50,7 @@ int CXD3193AR_Read(uint8_t firstReg, uint8_t *dest, int count);
  * @param firstReg  first register address
  * @param src       `count` bytes
  * @param count     1 to 256. The transfer record's count is one byte: 256 is sent as 0 and so writes nothing.
- * @return 0 or CXD3193AR_FAILED
+ * @return 0 or CXD3193AR_FAILED; errno is then the device's, or ETIME where the wait ran out
  */
 int CXD3193AR_Write(uint8_t firstReg, const uint8_t *src, int count);
 
