@@ -208,7 +208,8 @@ SIM_WRAP(FILE *, fopen64, (const char *path, const char *mode))
 
 SIM_WRAP(FILE *, fdopen, (int fd, const char *mode))
 {
-    return CallWritable(fd, [=] { return SIM_NEXT(fdopen)(fd, mode); });
+    return CallWritable(
+        fd, [=] { return SIM_NEXT(fdopen)(fd, mode); });
 }
 
 SIM_WRAP(int, fclose, (FILE * stream))

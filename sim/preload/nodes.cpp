@@ -323,12 +323,14 @@ SIM_WRAP(int, fsync, (int fd))
 
 SIM_WRAP(int, ftruncate, (int fd, long length))
 {
-    return CallWritable(fd, [=] { return SIM_NEXT(ftruncate)(fd, length); });
+    return CallWritable(
+        fd, [=] { return SIM_NEXT(ftruncate)(fd, length); });
 }
 
 SIM_WRAP(int, ftruncate64, (int fd, int64_t length))
 {
-    return CallWritable(fd, [=] { return SIM_NEXT(ftruncate64)(fd, length); });
+    return CallWritable(
+        fd, [=] { return SIM_NEXT(ftruncate64)(fd, length); });
 }
 
 // ---- Mappings

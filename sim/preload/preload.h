@@ -46,7 +46,8 @@ inline bool KeepOpened(Event &event, int fd, const Place &place, bool writes)
 {
     Node node = {place.device, 0, false, ""};
     snprintf(node.path, sizeof(node.path), "%s", event.path);
-    node.full = writes && place.device == nullptr && IsFlashFull(event) && host::Reopen(fd, place.path, O_RDONLY);
+    node.full =
+        writes && place.device == nullptr && IsFlashFull(event) && host::Reopen(fd, place.path, O_RDONLY);
     const bool isKept = KeepNode(fd, node);
     if (!isKept)
         Fail(event, EMFILE);
