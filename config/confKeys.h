@@ -40,6 +40,13 @@ struct ConfKey {
     int32_t defaultValue = 0; ///< of the field, or of the window's cells
     int32_t low = INT32_MIN;  ///< numbers outside low to high act as one inside, or fail, in the applier
     int32_t high = INT32_MAX;
+
+    /// A value of the key is kept: in the field, or in the window.
+    constexpr bool IsStored() const
+    {
+        return action == KeyAction::Number || action == KeyAction::EitherNumber ||
+               action == KeyAction::Window;
+    }
 };
 
 // In the order of the key list, whose positions are the parser's results, and of the printout.

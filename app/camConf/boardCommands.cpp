@@ -40,20 +40,10 @@ struct Settings {
 
 constexpr kel::ConfField kGains[] = {&ImgCfgStatus::wbR, &ImgCfgStatus::wbB};
 
-/// Fills the record with the defaults, then from the file, and notes what the file gives. cli::kDone, or cli::kFailed after
-/// its message: what could not be read to its end must not reach the camera.
-int LoadGiven(const char *path, Settings *settings)
+int Load(const char *path, Settings *settings)
 {
-    FILE *file = cli::OpenToRead(path);
-    if (file == nullptr)
-        return cli::kFailed;
-    ImgCfgDefault(&settings->values);
     settings->given = {};
-    kel::Loading loading{&settings->given};
-    kel::LoadStream(&settings->values, file, &loading);
-    const int status = ferror(file) == 0 ? cli::kDone : cli::Fail(path);
-    fclose(file);
-    return status;
+    return LoadRecord(path, &settings->values, &settings->given);
 }
 
 /// Parses an option string like ImgCfgParseOptions, but refuses what `check` would object to, and takes blanks.
@@ -166,7 +156,7 @@ void ApplyFile(const char *path, Camera &camera, const Settings &read, const Set
 void ApplyChanges(const char *path, Camera &camera, Settings *last)
 {
     Settings now;
-    if (LoadGiven(path, &now) != cli::kDone)
+    if (Load(path, &now) != cli::kDone)
         return; // what was applied stays, until the file can be read again
     if (memcmp(&now, last, sizeof(now)) == 0)
         return;
@@ -210,7 +200,7 @@ int WatchUntilStopped(const char *path, Mark applied, Camera &camera, Settings *
 int camConf::Apply(const cli::Arguments &arguments)
 {
     Settings wanted;
-    int status = LoadGiven(arguments.count > 0 ? arguments.words[0] : IMG_CFG_SYSTEM_FILE, &wanted);
+    int status = Load(arguments.count > 0 ? arguments.words[0] : IMG_CFG_SYSTEM_FILE, &wanted);
     if (status == cli::kDone && arguments.Has(kSettings))
         status = ParseStrictly(arguments.options[kSettings], &wanted);
     if (status != cli::kDone)
@@ -238,7 +228,7 @@ int camConf::Watch(const cli::Arguments &arguments)
     const sigset_t waitMask = camStat::HoldStopSignals();
     const Mark first = MarkOf(path); // before the first look inside, so that no change falls between
     Settings read;
-    if (LoadGiven(path, &read) != cli::kDone || camStat::StartBoard("camConf") != 0)
+    if (Load(path, &read) != cli::kDone || camStat::StartBoard("camConf") != 0)
         return cli::kFailed;
     Camera camera;
     Settings last;

@@ -2,7 +2,7 @@
 //
 // The parts of the program camConf: its tables of commands and options (main.cpp), the commands that work on files
 // (fileCommands.cpp), what is wrong with a file or a value (check.cpp) and the commands that work on the camera
-// (boardCommands.cpp). It is built with the configuration itself, since it uses more of it than its public face.
+// (boardCommands.cpp). It uses more of the configuration than its public face.
 #ifndef CAMSTAT_APP_CAM_CONF_CAM_CONF_H
 #define CAMSTAT_APP_CAM_CONF_CAM_CONF_H
 
@@ -25,12 +25,9 @@ int Diff(const cli::Arguments &arguments);
 int Apply(const cli::Arguments &arguments);
 int Watch(const cli::Arguments &arguments);
 
-/// cli::kDone when the file can be read to its end, else cli::kFailed after its message. The loaders take a file that
-/// ends in a read error for a short one; nothing of such a file may reach the camera.
-int CheckReadable(const char *path);
-
 /// Fills the record with the defaults, then from the file; `given` gets 1 for each field that it gives, but for the
-/// window's cells. cli::kDone, or cli::kFailed after its message.
+/// window's cells. cli::kDone, or cli::kFailed after its message, also where the file cannot be read to its end: nothing
+/// of such a file may reach the camera.
 int LoadRecord(const char *path, ImgCfgStatus *record, ImgCfgStatus *given = nullptr);
 
 /// Prints each setting that differs as "KEY: before -> after"; tells whether there was one.
@@ -39,7 +36,13 @@ bool PrintDifferences(const ImgCfgStatus &before, const ImgCfgStatus &after);
 /// Prints the settings as lines of a file. With `given`, white-balance gains that are not given are left out.
 void PrintAsFile(const ImgCfgStatus &record, const ImgCfgStatus *given = nullptr);
 
-/// Prints a text from a file with '?' for what a terminal should not get.
+/// A character of a text for people: '?' for what a terminal should not get.
+constexpr char Safe(char c)
+{
+    return c >= 0x20 && c <= 0x7E ? c : '?';
+}
+
+/// Prints a text from a file in safe characters.
 void PrintSafely(FILE *stream, const char *text, size_t length);
 
 // ---- What is wrong with a value (check.cpp)

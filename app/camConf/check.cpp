@@ -57,8 +57,7 @@ void CheckRepetition(Report *report, const ConfKey &key)
         BeginFinding(report, key.name);
         printf("set again, line %d does not count\n", before);
     }
-    if (key.action == KeyAction::Number || key.action == KeyAction::EitherNumber ||
-        key.action == KeyAction::Window)
+    if (key.IsStored())
         before = report->line;
 }
 
@@ -91,14 +90,14 @@ void CheckLine(Report *report, char *line)
 
 // ---- Values
 
-/// Text for people, with '?' for what a terminal should not get.
+/// The beginning of a text in safe characters.
 struct SafeText {
     char text[64];
     explicit SafeText(const char *from)
     {
         size_t length = 0;
         for (; from[length] != '\0' && length + 1 < sizeof(text); ++length)
-            text[length] = from[length] >= 0x20 && from[length] <= 0x7E ? from[length] : '?';
+            text[length] = Safe(from[length]);
         text[length] = '\0';
     }
 };

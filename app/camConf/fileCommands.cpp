@@ -179,29 +179,20 @@ bool AddLine(const char *path, const Change &change)
 void camConf::PrintSafely(FILE *stream, const char *text, size_t length)
 {
     for (size_t i = 0; i < length; ++i)
-        putc(text[i] >= 0x20 && text[i] <= 0x7E ? text[i] : '?', stream);
-}
-
-int camConf::CheckReadable(const char *path)
-{
-    FILE *file = cli::OpenToRead(path);
-    if (file == nullptr)
-        return cli::kFailed;
-    char line[kLineSize];
-    while (kel::ReadLine(file, line) > 0) {
-    }
-    const int status = ferror(file) == 0 ? cli::kDone : cli::Fail(path);
-    fclose(file);
-    return status;
+        putc(Safe(text[i]), stream);
 }
 
 int camConf::LoadRecord(const char *path, ImgCfgStatus *record, ImgCfgStatus *given)
 {
-    if (CheckReadable(path) != cli::kDone)
+    FILE *file = cli::OpenToRead(path);
+    if (file == nullptr)
         return cli::kFailed;
     ImgCfgDefault(record);
     kel::Loading loading{given};
-    return kel::LoadFile(record, path, &loading) == 0 ? cli::kDone : cli::Fail(path);
+    kel::LoadStream(record, file, &loading);
+    const int status = ferror(file) == 0 ? cli::kDone : cli::Fail(path);
+    fclose(file);
+    return status;
 }
 
 void camConf::PrintAsFile(const ImgCfgStatus &record, const ImgCfgStatus *given)
@@ -211,8 +202,7 @@ void camConf::PrintAsFile(const ImgCfgStatus &record, const ImgCfgStatus *given)
         if (key.action == KeyAction::Window) {
             printf("%s=", key.name);
             PrintWindow(record);
-        } else if ((key.action == KeyAction::Number || key.action == KeyAction::EitherNumber) &&
-                   !(isGain && given != nullptr && given->*key.field == 0)) {
+        } else if (key.IsStored() && !(isGain && given != nullptr && given->*key.field == 0)) {
             printf("%s=%d\n", key.name, record.*key.field);
         }
     }
@@ -326,10 +316,8 @@ int camConf::Get(const cli::Arguments &arguments)
     if (*name == '\0')
         return cli::Fail("KEY", "is empty");
     const ConfKey *key = FindExactKey(name);
-    const bool isStored =
-        key != nullptr && (key->action == KeyAction::Number || key->action == KeyAction::EitherNumber ||
-                           key->action == KeyAction::Window);
-    return isStored ? GetInForce(arguments.words[0], *key) : GetText(arguments.words[0], name);
+    return key != nullptr && key->IsStored() ? GetInForce(arguments.words[0], *key)
+                                             : GetText(arguments.words[0], name);
 }
 
 int camConf::Set(const cli::Arguments &arguments)
