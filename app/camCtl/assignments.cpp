@@ -19,15 +19,6 @@ bool Refuse(const char *where, const char *format, Values... values)
     return cli::FailWith(where, format, values...) == cli::kDone;
 }
 
-/// A number in decimal or 0x; false when the text begins with none.
-bool ParseCode(const char *text, char **end, unsigned long *code)
-{
-    const bool isHex = text[0] == '0' && tolower(static_cast<unsigned char>(text[1])) == 'x' &&
-                       isxdigit(static_cast<unsigned char>(text[2]));
-    *code = strtoul(text, end, isHex ? 16 : 10);
-    return isdigit(static_cast<unsigned char>(text[0])) != 0;
-}
-
 /// The bytes of a block, "0x3A 0x3F ...", separated by blanks or commas.
 bool PutBytes(const char *where, const Field &field, const char *text, Changes &changes)
 {
@@ -60,11 +51,9 @@ bool PutField(const char *where, const Field &field, const char *text, Changes &
 {
     if (field.live)
         return Refuse(where, "%s is a live readout, which only the camera sets", field.name);
-    for (unsigned i = 0; i < field.registers; ++i) {
-        const uint32_t mask = field.IsBlock() ? field.masks[i] : field.MaxCode() << field.low >> (8 * i);
-        if (!Claim(where, field.name, field.reg + i, mask & 0xFF, changes))
+    for (unsigned i = 0; i < field.registers; ++i)
+        if (!Claim(where, field.name, field.reg + i, field.MaskIn(i), changes))
             return false;
-    }
     if (field.IsBlock())
         return PutBytes(where, field, text, changes);
     uint32_t code = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// camCtl's commands on fields: list, get, set, dump; and how fields, changes and assignments read.
+// camCtl's commands on fields: list, get, set, dump; and what expose sets.
 #include "app/camCtl/items.h"
 #include "isp/exposureRules.h"
 #include "kelisp/ispSensor.h"

@@ -296,6 +296,14 @@ void DescribeRange(const Field &field, char *text, size_t size)
              RowOf(field.unit).format, high);
 }
 
+bool ParseCode(const char *text, char **end, unsigned long *code)
+{
+    const bool isHex = text[0] == '0' && tolower(static_cast<unsigned char>(text[1])) == 'x' &&
+                       isxdigit(static_cast<unsigned char>(text[2]));
+    *code = strtoul(text, end, isHex ? 16 : 10);
+    return isdigit(static_cast<unsigned char>(text[0])) != 0;
+}
+
 bool ParseValue(const Field &field, const char *text, uint32_t *code, char *why, size_t size)
 {
     char range[96];
@@ -306,19 +314,16 @@ bool ParseValue(const Field &field, const char *text, uint32_t *code, char *why,
             return true;
         }
     }
-    const bool hex = text[0] == '0' && (text[1] == 'x' || text[1] == 'X') && text[2] != '\0';
     char *end = nullptr;
-    if (isdigit(static_cast<unsigned char>(text[0]))) {
-        const unsigned long number = strtoul(text, &end, hex ? 16 : 10);
-        if (*end == '\0') {
-            *code = static_cast<uint32_t>(number);
-            snprintf(why, size, "%.40s is outside %s", text, range);
-            if (number > field.MaxCode())
-                return false;
-            double value = 0.0; // a code that stands for nothing is outside the field's range
-            return RowOf(field.unit).format[0] == '\0' || field.unit == Unit::Lines ||
-                   PhysicalOf(field.unit, *code, &value);
-        }
+    unsigned long number = 0;
+    if (ParseCode(text, &end, &number) && *end == '\0') {
+        *code = static_cast<uint32_t>(number);
+        snprintf(why, size, "%.40s is outside %s", text, range);
+        if (number > field.MaxCode())
+            return false;
+        double value = 0.0; // a code that stands for nothing is outside the field's range
+        return RowOf(field.unit).format[0] == '\0' || field.unit == Unit::Lines ||
+               PhysicalOf(field.unit, *code, &value);
     }
     double wanted = 0.0;
     if (!ParsePhysical(field.unit, text, &wanted)) {

@@ -30,6 +30,11 @@ struct Field {
     constexpr bool IsBlock() const { return registers > 2; }
     constexpr uint8_t Last() const { return static_cast<uint8_t>(reg + registers - 1); }
     constexpr uint32_t MaxCode() const { return (2U << (high - low)) - 1U; }
+    /// The field's bits in one of its registers.
+    constexpr unsigned MaskIn(unsigned index) const
+    {
+        return IsBlock() ? masks[index] : MaxCode() << low >> (8 * index) & 0xFF;
+    }
 };
 
 extern const Field *const kFields;
@@ -61,6 +66,9 @@ constexpr bool IsCamerasOwn(unsigned reg)
 uint32_t CodeOf(const Field &field, const uint8_t *registers);
 /// Puts a code into the registers; all other bits stay.
 void PutCode(const Field &field, uint32_t code, uint8_t *registers);
+
+/// A code in decimal or 0x; false when the text begins with none.
+bool ParseCode(const char *text, char **end, unsigned long *code);
 
 /// Reads a value: a code in decimal or 0x, or a value in the field's unit ("2.0x", "6dB", "1/30s", "10ms", "-0.5EV",
 /// "on"). The nearest step counts. On failure `why` tells what the field takes.

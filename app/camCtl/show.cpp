@@ -140,16 +140,10 @@ void camCtl::ShowRegisterChange(cli::Json *json, unsigned reg, uint8_t before, u
 namespace
 {
 
-/// The bits of a field in one of its registers.
-unsigned MaskIn(const Field &field, unsigned index)
-{
-    return field.IsBlock() ? field.masks[index] : (field.MaxCode() << field.low >> (8 * index)) & 0xFF;
-}
-
 bool IsKnown(const Field &field, const uint8_t *known)
 {
     for (unsigned i = 0; known != nullptr && i < field.registers; ++i)
-        if ((MaskIn(field, i) & ~static_cast<unsigned>(known[field.reg + i])) != 0)
+        if ((field.MaskIn(i) & ~static_cast<unsigned>(known[field.reg + i])) != 0)
             return false;
     return true;
 }
@@ -170,7 +164,7 @@ int camCtl::ShowChanges(const Side &before, const Side &after, bool asJson)
         if (field.alias)
             continue;
         for (unsigned r = 0; r < field.registers; ++r)
-            named[field.reg + r] = static_cast<uint8_t>(named[field.reg + r] | MaskIn(field, r));
+            named[field.reg + r] = static_cast<uint8_t>(named[field.reg + r] | field.MaskIn(r));
         const uint8_t *from = IsKnown(field, before.known) ? before.values : nullptr;
         const uint8_t *to = IsKnown(field, after.known) ? after.values : nullptr;
         if (field.live || (from == nullptr && to == nullptr) ||
