@@ -27,11 +27,11 @@ using kel::Loading;
 
 constexpr size_t kRowCount = sizeof(kConfKeys) / sizeof(kConfKeys[0]);
 
-/// Length and last character of a text: few keys have both in common.
+/// Length and last character of a text: few keys have both in common. 0 for what is longer than any key.
 constexpr uint16_t MarkOf(const char *text, size_t length)
 {
-    return static_cast<uint16_t>(length == 0 ? 0
-                                             : length << 8 | static_cast<unsigned char>(text[length - 1]));
+    const bool fits = length > 0 && length <= UINT8_MAX;
+    return static_cast<uint16_t>(fits ? length << 8 | static_cast<unsigned char>(text[length - 1]) : 0);
 }
 
 struct KeyList {
