@@ -184,12 +184,10 @@ void kel::LoadStream(ImgCfgStatus *record, FILE *file, Loading *loading)
 
 int kel::LoadFile(ImgCfgStatus *record, const char *path, Loading *loading)
 {
-    struct stat info;
-    if (stat(path, &info) != 0)
-        return IMG_CFG_NO_FILE;
     FILE *file = kel::OpenToRead(path);
-    if (file == nullptr)
-        return IMG_CFG_UNREADABLE;
+    struct stat info;
+    if (file == nullptr) // what can be opened exists
+        return stat(path, &info) != 0 ? IMG_CFG_NO_FILE : IMG_CFG_UNREADABLE;
     char buffer[4096];
     setvbuf(file, buffer, _IOFBF, sizeof(buffer));
     LoadStream(record, file, loading);
