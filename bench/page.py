@@ -60,13 +60,14 @@ def start_up(result, docs):
                   color=[FLOOR if name == "empty main" else PEER if name in PEERS else OURS for name in names])
         axes.set_xlabel("instructions from exec to exit, in those of an empty main")
     rows = [(name, "%.3f" % (use["instructions"] / empty["instructions"]), "%.3f" % (use["instructions"] / peer["instructions"]),
-             use["systemCalls"], use["pageFaults"], "%.2f" % (use["peakKiB"] / peer["peakKiB"])) for name, use in usages.items()]
+             use["systemCalls"], use["pageFaults"], "%.2f" % (use["ownKiB"] / peer["ownKiB"]), "%.2f" % (use["peakKiB"] / peer["peakKiB"])) for name, use in usages.items()]
     calls = usages["camStat"]["calls"]
     more = {name: count - empty["calls"].get(name, 0) for name, count in calls.items() if count > empty["calls"].get(name, 0)}
-    return table(("Usage run of", "instructions, of an empty main", "of i2cget", "system calls", "page faults", "peak memory, of i2cget"), rows) + (
+    return table(("Usage run of", "instructions, of an empty main", "of i2cget", "system calls", "page faults", "own memory, of i2cget", "peak with shared pages, of i2cget"), rows) + (
         "\n\nWhat `camStat` asks of the kernel beyond an empty `main`: " +
         ", ".join("%d `%s`" % (count, name) for name, count in sorted(more.items())) +
-        ".\nThe `fstat` calls see whether a standard stream is missing; the writes are the text.\n\n![Start-up](performance-startup.svg)")
+        ".\nThe `fstat` calls see whether a standard stream is missing; the writes are the text. Own memory is what a run wrote "
+        "to, exact; the peak counts pages of libraries, too, which all programs share, as many as the kernel happens to map.\n\n![Start-up](performance-startup.svg)")
 
 
 def actions(result, _docs):
