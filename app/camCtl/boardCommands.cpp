@@ -34,6 +34,9 @@ int Tell(const Arguments &arguments, const char *what, const char *done, int res
 int Switch(const Arguments &arguments, const char *what, const LevelWord (&words)[2], int (*set)(unsigned))
 {
     const char *given = arguments.words[0];
+    int retries = 0; // of transfers, of which the pins have none; every command takes the option
+    if (!TakeRetries(arguments, &retries))
+        return cli::kFailed;
     for (const LevelWord &row : words)
         if (strcmp(row.word, given) == 0)
             return Tell(arguments, what, given, set(row.level));
@@ -64,6 +67,9 @@ int camCtl::IrCut(const Arguments &arguments)
 
 int camCtl::Reset(const Arguments &arguments)
 {
+    int retries = 0;
+    if (!TakeRetries(arguments, &retries))
+        return cli::kFailed;
     return Tell(arguments, "reset", "done", ResetSensor());
 }
 

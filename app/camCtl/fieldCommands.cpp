@@ -92,6 +92,9 @@ int camCtl::List(const Arguments &arguments)
 {
     const bool asJson = arguments.Has(kJson);
     bool found = false;
+    int retries = 0;
+    if (!TakeRetries(arguments, &retries))
+        return cli::kFailed;
     for (int i = 0; i < arguments.count; ++i)
         if (IsWrongGroup(arguments.words[i]))
             return cli::kFailed;
