@@ -6,7 +6,7 @@
 # Each is configured, built, installed and used from there; one of them also builds tests, and runs those that take a short time.
 #   matrixTest.sh SOURCE_FOLDER [BUILD...]
 set -eu
-# BUILD TYPE COMPILER GENERATOR SHARED MODE PARTS; "-" is CMake's own type, none.
+# BUILD TYPE COMPILER GENERATOR SHARED MODE PARTS; "-" is CMake's own type, none, and no mode.
 rows="
 0 -              gcc   Ninja     OFF UNITY_BUILD                 SIM
 1 Debug          clang Ninja     OFF UNITY_BUILD                 -
@@ -18,6 +18,11 @@ rows="
 7 Release        clang Ninja     OFF INTERPROCEDURAL_OPTIMIZATION SIM,TESTS
 8 RelWithDebInfo gcc   Ninja     OFF INTERPROCEDURAL_OPTIMIZATION -
 9 MinSizeRel     clang Ninja     ON  INTERPROCEDURAL_OPTIMIZATION SIM
+10 -              clang Ninja     ON  -                           SIM
+11 Debug          gcc   Makefiles OFF -                           -
+12 Release        clang Makefiles OFF -                           -
+13 RelWithDebInfo gcc   Ninja     ON  -                           -
+14 MinSizeRel     clang Ninja     OFF -                           -
 "
 tests="mapTest sensorTest boardTest imgConfigTest camStatTest simTest launcherTest"
 if [ -z "${MATRIX_WORK:-}" ]; then
@@ -31,7 +36,7 @@ if [ -z "${MATRIX_WORK:-}" ]; then
     here=$(readlink -f "$0")
     source=$1
     shift
-    [ $# -gt 0 ] || set -- 7 add_subdirectory FetchContent 0 1 2 3 4 5 6 8 9
+    [ $# -gt 0 ] || set -- 7 add_subdirectory FetchContent 0 1 2 3 4 5 6 8 9 10 11 12 13 14
     # shellcheck disable=SC2016
     printf '%s\n' "$@" | xargs -P 2 -I {} sh -c '"$0" "$1" "$2" >"$MATRIX_WORK/$2.log" 2>&1 || {
         tail -n 100 "$MATRIX_WORK/$2.log"; exit 1; }' "$here" "$source" {}
@@ -84,13 +89,13 @@ row=$(echo "$rows" | grep "^$2 ")
 echo "matrixTest: $row"
 # shellcheck disable=SC2086
 set -- $row
-type=${2#-} CC=$3 generator=$4 shared=$5 mode=$6 parts=$7
+type=${2#-} CC=$3 generator=$4 shared=$5 mode=${6#-} parts=$7
 CXX=g++ lto=""
 [ "$CC" = gcc ] || CXX=clang++
 [ "$generator" = Ninja ] || generator="Unix Makefiles"
 case $parts in *SIM*) sim=ON ;; *) sim=OFF ;; esac
 cmake -S "$tree" -B "$build" -G "$generator" -DCMAKE_BUILD_TYPE="$type" -DCMAKE_C_COMPILER="$CC" -DCMAKE_CXX_COMPILER="$CXX" \
-    -DBUILD_SHARED_LIBS="$shared" -D"CMAKE_$mode=ON" -DKELISP_TESTS=OFF -DKELISP_SIM="$sim"
+    -DBUILD_SHARED_LIBS="$shared" ${mode:+-D"CMAKE_$mode=ON"} -DKELISP_TESTS=OFF -DKELISP_SIM="$sim"
 cmake --build "$build"
 cmake --install "$build" --prefix "$installed"
 
