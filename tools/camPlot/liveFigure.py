@@ -168,7 +168,7 @@ def draw_panel(place, layout, recording, columns, scale):
     """Columns of one unit."""
     shown = np.concatenate([draw_column(place, recording, which, order, scale) for order, which in enumerate(columns)])
     low, high = (shown.min(), shown.max()) if len(shown) else (0.0, 1.0)
-    if low > 0 and high / low > 20:
+    if low > 0 and high > 20 * low:
         place.set_yscale("log")
     else:
         room = max((high - low) * 0.12, abs(high) * 0.02, 0.05)
@@ -207,8 +207,9 @@ def figure_of(recording, size, titled):
             va="top",
             color=pictures.THEME["muted"],
         )
-    begin = recording.time[0] if recording.time else 0.0
-    end = max(recording.time[-1], begin + 0.001) if recording.time else 1.0
+    begin = min(recording.time, default=0.0)  # the clock starts anew where recordings were put together
+    end = max(recording.time, default=1.0)
+    end = max(end, begin + 0.001)
     if lanes:
         draw_changes(layout.add("settings changed", LANE * len(lanes)), layout, lanes, changes, begin, end)
     for title, columns, scale in panels:
