@@ -179,7 +179,7 @@ def read_summary(folder):
         }
     except FileNotFoundError:
         return None
-    except (OSError, ValueError, KeyError, TypeError, AttributeError):
+    except (OSError, ValueError, KeyError, TypeError, AttributeError, OverflowError, RecursionError):
         output.say(f"{folder}/stress.json: no summary of a stress test")
         return None
 

@@ -268,7 +268,7 @@ def told_reason(path):
         with open(os.path.join(path, "lost"), encoding="utf-8", errors="replace") as file:
             return output.printable(file.read(200).strip())
     except OSError:
-        return "no file of a stress test is there"
+        return f"neither I2cErr.csv nor {flash.RESULT_NAME}* is in this folder"
 
 
 # ---- What is told
@@ -352,7 +352,7 @@ def tell_one(camera):
             print(f"  {name:14} failed {output.plural(count, 'time')}")
         lost = log.ms[transfers]
         print(
-            f"  time lost: {lost.sum() / 1000:.1f} s in all, {lost.mean():.1f} ms a transfer, {lost.max()} ms at most"
+            f"  time lost: {lost.sum(dtype=float) / 1000:.1f} s in all, {lost.mean():.1f} ms a transfer, {lost.max()} ms at most"
         )
     else:
         print(headline(camera))
@@ -414,7 +414,7 @@ def main(folders, last, picture, as_json):
     cameras = [camera_of(name, folder, last) for name, folder in zip(names_of(folders), folders)]
     if len(cameras) == 1:
         if cameras[0].verdict == "lost":
-            output.fail(folders[0], f"neither I2cErr.csv nor {flash.RESULT_NAME}* is in this folder")
+            output.fail(folders[0], cameras[0].reason)
         if last and not cameras[0].runs:
             output.fail(folders[0], "--last needs a result file of a run")
     cameras.sort(key=Camera.key)
