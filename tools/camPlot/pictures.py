@@ -68,6 +68,7 @@ STEPS = (
     31536000,
 )
 
+matplotlib.rcdefaults()  # not as a matplotlibrc somewhere wants it
 matplotlib.rcParams.update(
     {
         "font.family": "sans-serif",
@@ -124,7 +125,7 @@ def themed(figure):
     text = text[text.index("<svg") :]
     text = re.sub(r'<g id="[^"]*">', "<g>", text)
     text = re.sub(r"<metadata>.*?</metadata>", "", text, flags=re.DOTALL)
-    text = re.sub(r"(\d\.\d\d)\d+", r"\1", text)
+    text = re.sub(r"(\d\.\d\d)\d+(?=[^<>]*>)", r"\1", text)  # of places, not of words
     text = re.sub(r'<svg [^>]*viewBox="([^"]*)"[^>]*>', r'<svg viewBox="\1" role="img">', text, count=1)
     for name, colour in THEME.items():
         text = text.replace(colour, f"var(--{name})")
@@ -264,7 +265,7 @@ def draw_attempts(place, axis, time, attempt, shade):
     row = np.minimum(attempt, ROWS)
     draw_dots(place, axis.place(time), row, shade, 3.5, "projecting")
     top = max(1, int(row.max()))
-    shown = [which for which in range(top + 1) if top < 5 or which % 2 == 0 or which == top]
+    shown = [which for which in range(top + 1) if top < 5 or which == top or which % 2 == 0 and which != top - 1]
     place.set_yticks(shown)
     place.set_yticklabels(
         ["first" if which == 0 else f"retry {which}" + ("+" if which == ROWS else "") for which in shown]
