@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """What is told and what is written: messages, words for numbers, files that are replaced whole or not at all."""
+import contextlib
 import json
 import math
 import os
@@ -16,8 +17,9 @@ def printable(text):
 
 
 def say(text):
-    """A message on standard error."""
-    sys.stderr.write(f"camPlot: {printable(text)}\n")
+    """A message on standard error, where there is one that takes it."""
+    with contextlib.suppress(AttributeError, OSError):
+        sys.stderr.write(f"camPlot: {printable(text)}\n")
 
 
 def fail(what, why):
@@ -34,7 +36,9 @@ def kind(name):
 def write_whole(name, data):
     """Replaces a file by `data` (bytes): an old one stays until the new one is on the disk. A link is followed."""
     place = os.path.realpath(name)
-    draft = f"{place}.{os.getpid()}.part"
+    draft = os.path.join(
+        os.path.dirname(place), f".camPlot.{os.getpid()}.part"
+    )  # short: the name may be as long as names can be
     try:
         descriptor = os.open(draft, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o666)
         try:
