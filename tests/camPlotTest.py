@@ -37,10 +37,10 @@ RESULT = "I2cTestResult_20250307091241"
 CASES = {
     "passed, retried reads count as one": ({"I2cErr.csv": log(NOISE), RESULT: result(5)},
         {"verdict": "passed", "failed_attempts": 5, "transfers": 9000, "longest_recovery_ms": 250, "tested_s": 461, "failed_by_attempt": {"0": 3, "1": 1, "2": 1}}),
-    "passed, no log": ({RESULT: result(0)}, {"verdict": "passed", "failed_per_million": 0.0, "longest_recovery_ms": None}),
+    "passed, no log": ({RESULT: result(0), "stress.json": '{"rounds": 1e999}'}, {"verdict": "passed", "failed_per_million": 0.0, "longest_recovery_ms": None}),
     "gave up is no recovery": ({"I2cErr.csv": log(NOISE + END), RESULT: result(9)}, {"verdict": "gave up", "longest_recovery_ms": 250}),
     "as deep before: mended": ({"I2cErr.csv": log(END[:3]) + log(NOISE), RESULT: result(5)}, {"verdict": "passed"}),
-    "stopped before the first round": ({RESULT: ""}, {"verdict": "stopped", "transfers": None}),
+    "stopped before the first round": ({RESULT: "", "stress.json": "[" * 60000}, {"verdict": "stopped", "transfers": None}),
     "the log ends before the run": ({"I2cErr.csv": log(NOISE[:3]), RESULT: result(9)}, {"verdict": "cut off"}),
     "a line is lacking in the middle": ({"I2cErr.csv": log(NOISE[:2] + NOISE[3:] + END), RESULT: result(9)}, {"verdict": "gave up", "missing_lines": 1}),
     "a result without its end": ({"I2cErr.csv": log(NOISE), RESULT: result(5)[:70]}, {"verdict": "cut off", "failed_attempts": 5}),
@@ -58,7 +58,7 @@ CASES = {
         {"verdict": "passed", "rubbish_lines": 6, "missing_lines": 0}),
     "a log from another system": ({"I2cErr.csv": log(NOISE).replace("\n", "\r\n"), RESULT: result(5).replace("\n", "\r\n")}, {"verdict": "passed", "rubbish_lines": 0}),
 }
-NAMES = ("a b", "-o x", "new\nline", "$(touch pwned)", "`touch pwned`", "<script>touch<", "$x^{2", "'quoted\"", "gr\u00fcn \u6f22", b"\xff\xfe".decode("utf-8", "surrogateescape"))
+NAMES = ("a b", "-o x", "new\nline", "$(touch pwned)", "`touch pwned`", "<script>touch<", "$x^{2", "n" * 250, "'quoted\"", "gr\u00fcn \u6f22", b"\xff\xfe".decode("utf-8", "surrogateescape"))
 
 
 class CamPlot(unittest.TestCase):
@@ -146,20 +146,24 @@ class CamPlot(unittest.TestCase):
             with self.subTest(words):
                 self.assertIn(wanted, self.plot(*words, status=2)[1])
         self.assertEqual((self.work / "old.png").read_text(), "old")
+        with open("/dev/full", "wb") as full:
+            self.assertEqual(subprocess.run([PROGRAM, "errors", "good"], stdout=full, stderr=subprocess.PIPE, check=False, **self.how).returncode, 2)
 
     def test_live(self):
-        rows = ["time_s,exposure_time_us,analog_gain,ae_switch,Odd"] + [f"{at / 10:.3f},{16643.61 + at},{'' if at == 7 else 1.5},{int(at < 20)},{at % 2}" for at in range(40)]
-        (self.work / "w.csv").write_text("\n".join(rows + ["rubbish", "1,2"]) + "\n")
+        rows = ["time_s,exposure_time_us,analog_gain,ae_switch,Odd"] + [f"{at / 10:.3f},{16643.61 + at},{'' if at == 7 else 1.5},{1.4375 * (at < 20)},{at % 2}" for at in range(40)]
+        (self.work / "w.csv").write_text("\n".join(rows + ['"rubbish', "1,2", "1,1e308,1,1,1"]) + "\n")
+        self.plot("live", "-o", "w.html", "w.csv")
         told = json.loads(self.plot("live", "--json", "-o", "w.svg", "w.csv")[0])
-        self.assertEqual((told["readouts"], told["rubbish_lines"], told["columns"][1]["not_read"], told["columns"][0]["highest"]), (40, 2, 1, 16682.61))
-        self.assertIn({"time_s": 2.0, "name": "ae_switch", "before": 1.0, "after": 0.0}, told["changes"])
-        drawn = (self.work / "w.svg").read_text()
-        for word in (">exposure (ms)<", ">gain<", ">ae_switch 1 → 0<"):
-            self.assertIn(word, drawn)
+        self.assertEqual((told["readouts"], told["rubbish_lines"], told["columns"][1]["not_read"], told["columns"][0]["highest"]), (40, 3, 1, 16682.61))
+        self.assertIn({"time_s": 2.0, "name": "ae_switch", "before": 1.4375, "after": 0.0}, told["changes"])
+        for word in (">exposure (ms)<", ">gain<", ">ae_switch 1.4375 → 0<"):
+            for drawn in ("w.svg", "w.html"):
+                self.assertIn(word, (self.work / drawn).read_text())
 
     def test_live_follows_a_stream(self):
         cases = ((None, 0), (signal.SIGINT, 0), (signal.SIGTERM, 128 + signal.SIGTERM))
-        programs = [subprocess.Popen([PROGRAM, "live", "-o", f"{number}.html", "-"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, **self.how) for number, _ in cases]
+        (self.work / "matplotlibrc").write_text("text.usetex: True")
+        programs = [subprocess.Popen(["nohup", PROGRAM, "live", "-o", f"{number}.html", "-"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, **self.how) for number, _ in cases]
         for (number, wanted), program in zip(cases, programs):
             with self.subTest(number), program:
                 page = self.work / f"{number}.html"
@@ -170,7 +174,9 @@ class CamPlot(unittest.TestCase):
                         break
                     time.sleep(0.1)
                 self.assertIn('http-equiv="refresh"', page.read_text(), "reloads while the stream lasts")
-                program.send_signal(number) if number else program.stdin.close()
+                program.send_signal(number or signal.SIGHUP)
+                if not number:
+                    program.stdin.close()
                 self.assertEqual(program.wait(60), wanted)
                 self.assertEqual("refresh" in page.read_text(), wanted != 0)
 
