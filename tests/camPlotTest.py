@@ -32,6 +32,7 @@ def result(errors, start=DAY + "09:05:00", end=DAY + "09:12:40", last=999):
     return f"I2C Error Counts = {errors}\nI2C Read Error Counts = 0\n[{start}][{end}][{last}]:\n"
 
 
+SUMMARY = '{"rounds": 150, "seconds": 2.9, "failed_attempts": 4, "verdict": "%s"}'
 RESULT = "I2cTestResult_20250307091241"
 # What lies on the flash, and what is told of it: the verdict, and whatever else the case is about.
 CASES = {
@@ -40,6 +41,8 @@ CASES = {
     "passed, no log": ({RESULT: result(0), "stress.json": '{"rounds": 1e999}'}, {"verdict": "passed", "failed_per_million": 0.0, "longest_recovery_ms": None}),
     "gave up is no recovery": ({"I2cErr.csv": log(NOISE + END), RESULT: result(9)}, {"verdict": "gave up", "longest_recovery_ms": 250}),
     "as deep before: mended": ({"I2cErr.csv": log(END[:3]) + log(NOISE), RESULT: result(5)}, {"verdict": "passed"}),
+    "a flash was full, the summary tells": ({RESULT: "", "stress.json": SUMMARY % "FAIL"}, {"verdict": "gave up", "failed_attempts": 4, "transfers": 1350, "tested_s": 2}),
+    "nothing could be written": ({"stress.json": SUMMARY % "PASS"}, {"verdict": "cut off", "transfers": 1350, "longest_recovery_ms": None}),
     "stopped before the first round": ({RESULT: "", "stress.json": "[" * 60000}, {"verdict": "stopped", "transfers": None}),
     "the log ends before the run": ({"I2cErr.csv": log(NOISE[:3]), RESULT: result(9)}, {"verdict": "cut off"}),
     "a line is lacking in the middle": ({"I2cErr.csv": log(NOISE[:2] + NOISE[3:] + END), RESULT: result(9)}, {"verdict": "gave up", "missing_lines": 1}),

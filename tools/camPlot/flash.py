@@ -169,8 +169,15 @@ def read_summary(folder):
         with open(os.path.join(folder, "stress.json"), "rb") as file:
             told = json.loads(file.read(1 << 16))
         failure = told.get("failure", {})
-        return {
+        numbers = {
             "rounds": int(told["rounds"]),
+            "failures": int(told["failed_attempts"]),
+            "seconds": int(told["seconds"]),
+        }
+        if not all(0 <= number <= INT32_MAX for number in numbers.values()):
+            raise ValueError
+        return {
+            **numbers,
             "passed": told["verdict"] == "PASS",
             "failure": ""
             if not failure
@@ -198,4 +205,5 @@ def read_folder(path):
         for name in names
         if name.startswith(RESULT_NAME) and os.path.isfile(os.path.join(folder, name))
     ]
-    return (log, results, read_summary(folder)) if log.there or results else None
+    summary = read_summary(folder)
+    return (log, results, summary) if log.there or results or summary else None

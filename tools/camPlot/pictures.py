@@ -402,15 +402,16 @@ def camera_figure(camera, size, titled):
     if axis is None or len(rows) == 0:
         place = figure.add_axes((x, 0.12, 0.97 - x, top - 0.12))
         place.set_yticks([])
+        unlogged = camera.total("failures")
         write(
             place,
             0.5,
             0.5,
-            "no failed transfer",
+            "no failed transfer is logged" if unlogged else "no failed transfer",
             transform=place.transAxes,
             ha="center",
             fontsize=16,
-            color=THEME["passed"],
+            color=THEME["cutoff" if unlogged else "passed"],
         )
         if axis is not None:
             dress(place, axis, camera, ticks)

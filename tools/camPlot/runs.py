@@ -235,6 +235,25 @@ def missing_lines(log):
     return int(lacking[log.count > 1].sum())
 
 
+def take_summary(camera, summary):
+    """What the summary of the last run knows better than what the flash kept of it."""
+    if not camera.runs:
+        camera.runs.append(Run("stress.json", None, None, "cut off", "no result: flash full, or not to be written"))
+    whole = [run for run in camera.runs if run.rounds is not None and abs(run.rounds - summary["rounds"]) <= 1]
+    told = whole or [run for run in camera.runs if run.rounds is None]
+    if not told:
+        return
+    run = told[-1]
+    if run.rounds is None and summary["rounds"] > 0:
+        run.rounds, run.failures, run.seconds = summary["rounds"], summary["failures"], summary["seconds"]
+        if run.verdict == "stopped":
+            run.verdict, run.reason = "cut off", "its result was lost to a full flash"
+    if not summary["passed"]:
+        run.verdict, run.reason = "gave up", output.printable(summary["failure"])
+    elif run.verdict == "gave up":
+        run.verdict, run.reason = "passed", ""
+
+
 def camera_of(name, path, last):
     """Reads and judges one camera."""
     camera = Camera(name, path)
@@ -244,12 +263,8 @@ def camera_of(name, path, last):
         return camera
     camera.log, results, summary = read
     camera.runs = runs_of(camera.log, results)
-    if summary and camera.runs and abs((camera.runs[-1].rounds or -2) - summary["rounds"]) <= 1:
-        last_run = camera.runs[-1]
-        if not summary["passed"]:
-            last_run.verdict, last_run.reason = "gave up", output.printable(summary["failure"])
-        elif last_run.verdict == "gave up":
-            last_run.verdict, last_run.reason = "passed", ""
+    if summary:
+        take_summary(camera, summary)
     if camera.runs:
         camera.outside = len(camera.log.time) - len(np.unique(np.concatenate([run.events for run in camera.runs])))
     if last:
