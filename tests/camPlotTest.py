@@ -159,6 +159,8 @@ class CamPlot(unittest.TestCase):
         told = json.loads(self.plot("live", "--json", "-o", "w.svg", "w.csv")[0])
         self.assertEqual((told["readouts"], told["rubbish_lines"], told["columns"][1]["not_read"], told["columns"][0]["highest"]), (40, 3, 1, 16682.61))
         self.assertIn({"time_s": 2.0, "name": "ae_switch", "before": 1.4375, "after": 0.0}, told["changes"])
+        (self.work / "wide.csv").write_text(f"time_s{',a_gain' * 2}{',b' * 400}\n1,1,30{',1' * 400}\n2,2,4{',1' * 400}\n")
+        self.plot("live", "-o", "wide.png", "wide.csv")
         for word in (">exposure (ms)<", ">gain<", ">ae_switch 1.4375 → 0<"):
             for drawn in ("w.svg", "w.html"):
                 self.assertIn(word, (self.work / drawn).read_text())

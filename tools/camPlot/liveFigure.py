@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """Draws a recording of live values: panels by unit over one axis of time, and the changes of settings."""
 import numpy as np
+from matplotlib.ticker import LogLocator
 
 import live
 import output
@@ -25,6 +26,7 @@ STATUS = (
 POINTS = 1500  # of a line; more fall on the same pixels
 MARKS = 60  # changes that are marked, the last ones
 LANES = 8  # settings whose changes are named
+MOST = 40  # panels, the first ones
 LANE, PANEL, GAP = 20, 120, 34  # heights in pixels
 COLOURS = ("first", "second", "live2", "live3", "later")  # of the lines of a panel
 
@@ -170,6 +172,9 @@ def draw_panel(place, layout, recording, columns, scale):
     low, high = (shown.min(), shown.max()) if len(shown) else (0.0, 1.0)
     if low > 0 and high > 20 * low:
         place.set_yscale("log")
+        place.yaxis.set_major_locator(LogLocator(subs=(1, 2, 5) if high < 200 * low else (1,), numticks=9))
+        place.yaxis.set_major_formatter("{x:g}")
+        place.minorticks_off()
     else:
         room = max((high - low) * 0.12, abs(high) * 0.02, 0.05)
         place.set_ylim(low - room, high + room)
@@ -191,6 +196,8 @@ def draw_panel(place, layout, recording, columns, scale):
 def figure_of(recording, size, titled):
     """The picture: changes of settings, then a panel for each unit, and for what has none."""
     panels = groups(recording)
+    left_out = len(panels[MOST:])
+    panels = panels[:MOST]
     changes = recording.changes()[-MARKS:]
     lanes = sorted({name for _, name, _, _ in changes})[:LANES]
     layout = Layout(size, titled, len(lanes), len(panels))
@@ -221,5 +228,8 @@ def figure_of(recording, size, titled):
         if place is not layout.places[-1]:
             place.set_xticklabels([])
     if layout.places:
-        layout.places[-1].set_xlabel("seconds since the start", color=pictures.THEME["muted"])
+        words = "seconds since the start" + (
+            f"; {output.plural(left_out, 'more column')} not drawn" if left_out else ""
+        )
+        layout.places[-1].set_xlabel(words, color=pictures.THEME["muted"])
     return layout.figure

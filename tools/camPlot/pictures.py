@@ -536,7 +536,13 @@ def multiples(cameras):
                 place,
                 0.5,
                 0.5,
-                "nothing came back" if camera.verdict == "lost" else "nothing was tested",
+                (
+                    "nothing came back"
+                    if camera.verdict == "lost"
+                    else "nothing was tested"
+                    if rate is None
+                    else "nothing is logged"
+                ),
                 transform=place.transAxes,
                 ha="center",
                 va="center",
