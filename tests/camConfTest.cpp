@@ -40,6 +40,8 @@ TEST_F(CamConf, ApplyIsFinishedWhenASignalComes)
         board.Command({"camConf", "apply"}, {"--trace=" + trace, "--fault", "i2c.write:nth=2,delay=1s"}));
     while (Count(ReadFile(trace), "write 0x") == 0)
         usleep(1000);
+    const std::string status = ReadFile("/proc/" + std::to_string(apply.Pid()) + "/status");
+    EXPECT_TRUE(*getenv("EMULATOR") != '\0' || Matches(status, "SigBlk:\t0*4002\n")) << status; // held back
     kill(apply.Pid(), SIGTERM);
     EXPECT_EQ(apply.Wait().status, 0);
     EXPECT_EQ(Get({"RegCA_3"}), "RegCA_3 = 1  # on\n");

@@ -8,12 +8,6 @@
 namespace
 {
 
-/// Options of camSim, at which no pause takes long.
-Words Fast(const Words &options = {})
-{
-    return With({"--speed", "100"}, options);
-}
-
 // Otherwise what is printed would go into the device that took the place.
 TEST(Robustness, AClosedStandardDescriptorIsTakenByNoDevice)
 {
@@ -21,7 +15,7 @@ TEST(Robustness, AClosedStandardDescriptorIsTakenByNoDevice)
         for (const char *closing : {" <&-", " >&-", " 2>&-", " <&- >&- 2>&-"}) {
             const SimBoard board;
             const std::string trace = board.Path("trace");
-            const Words command = board.Command(program, Fast({"--trace-json=" + trace}));
+            const Words command = board.Command(program, {"--speed", "100", "--trace-json=" + trace});
             const Words shell = {"/bin/sh", "-c", "exec \"$@\"" + std::string(closing), "sh"};
             EXPECT_EQ(Started(With(shell, command)).Wait().status, 0) << program[0] << closing;
             const std::string calls = ReadFile(trace);

@@ -309,7 +309,7 @@ int __wrap_open(const char *path, int flags, ...)
     const int access = flags & O_ACCMODE;
     const char *suffix = access == O_RDWR ? "" : access == O_RDONLY ? " ro" : " wo";
     // /dev/cmem is made close-on-exec behind its opening.
-    const bool inherited = IsDevice(path) && (flags & O_CLOEXEC) == 0 && strcmp(path, "/dev/cmem") != 0;
+    const bool inherited = (flags & O_CLOEXEC) == 0 && strcmp(path, "/dev/cmem") != 0;
     if (const auto failed = board.Call(Format("open %s%s%s", path, suffix, inherited ? " inherited" : "")))
         return *failed;
     if (IsDevice(path))

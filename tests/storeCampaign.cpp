@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
@@ -105,6 +106,9 @@ class Replace : public Store
                 ptrace(PTRACE_DETACH, child, nullptr, nullptr);
                 break;
             }
+            const int other = regs.orig_rax == SYS_rename ? open(folder.c_str(), O_RDONLY) : -1;
+            EXPECT_NE(flock(other, LOCK_EX | LOCK_NB), 0) << "renamed without the lock";
+            close(other);
             if (what == kKill)
                 kill(child, SIGKILL);
             else if (what == kCutShort && regs.orig_rax == SYS_write)
@@ -131,14 +135,20 @@ class Replace : public Store
         const ::testing::ScopedTrace trace(__FILE__, __LINE__, text);
         Write(file, before);
         chmod(file.c_str(), 0640);
+        const uid_t owner = getuid() == 0 && campaign.Below(2) != 0 ? 1234 : getuid();
+        EXPECT_EQ(chown(file.c_str(), owner, getgid()), 0);
+        const auto leaveOpen = [this] { return mknod(temp.c_str(), S_IFREG, 0) + chmod(temp.c_str(), 0666); };
+        EXPECT_TRUE(owner == getuid() || leaveOpen() == 0); // a copy of another writer, open to all
         const int status = RunTraced(plan, &lastCalls);
         const std::string now = ReadFile(file);
         ++tried;
         ASSERT_TRUE(status == 0 || status == 1 || status == 128 + SIGKILL) << status;
         ASSERT_TRUE((status != 0 && now == before) || (status != 1 && now == after)) << status;
+        struct stat info = {};
+        stat(temp.c_str(), &info);
+        ASSERT_TRUE(info.st_uid != owner || (info.st_mode & 0777 & ~0640U) == 0) << "open to others";
         ASSERT_EQ(Set("7"), 0);
         ASSERT_EQ(ReadFile(file), next);
-        struct stat info = {};
         stat(file.c_str(), &info);
         ASSERT_EQ(info.st_mode & 07777, 0640U);
         ASSERT_FALSE(fs::exists(temp));
@@ -282,8 +292,7 @@ TEST_F(Store, WhateverStandsAtTheNamesIsLeftAlone)
                 const int stood = lstat(temp.c_str(), &was);
                 char value[SYSCONF_LINE_SIZE];
                 const bool null = strcmp(atFile.name, "device") == 0 && fs::is_character_file(file);
-                const auto get = [&] { return -sysconf_fget(file.c_str(), "K", value); };
-                EXPECT_EQ(End(Start(get)),
+                EXPECT_EQ(End(Start([&] { return -sysconf_fget(file.c_str(), "K", value); })),
                           atFile.isFile || strcmp(atFile.name, "folder") == 0 || null ? 0 : 1);
                 const int status = End(Start([&] { return -Set("6"); }));
                 close(fd);
