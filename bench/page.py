@@ -136,9 +136,16 @@ def flash(result, docs):
         bars.sort(key=lambda bar: -bar[1])
         axes.barh([bar[0] for bar in bars], [bar[1] / 1024 for bar in bars], color=[bar[2] for bar in bars])
         axes.set_xlabel("KiB in flash, armel, dynamic (brown: Debian's packages)")
-    return table(("Program", "dynamic, bytes", "static (musl), bytes"),
-                 [(name, "{:,}".format(sizes["arm"]), "{:,}".format(sizes["arm-static"])) for name, sizes in ours.items()]) + (
-        "\n\nBy room: [size.md](size.md).\n\n![Flash](performance-flash.svg)")
+    budgets = result["flash"]["budgets"]
+
+    def cells(name, preset):
+        return "{:,}".format(ours[name][preset]), "{:,}".format(budgets[name][preset]) if preset in budgets.get(name, {}) else ""
+
+    return (table(("Program", "dynamic, bytes", "budget", "static (musl), bytes", "budget"),
+                  [(name, *cells(name, "arm"), *cells(name, "arm-static")) for name in ours]) +
+            "\n\nBy room: [size.md](size.md). What Debian's armel packages hold, dynamic:\n\n" +
+            table(("File", "bytes"), [(name, "{:,}".format(size)) for name, size in peers.items()]) +
+            "\n\n![Flash](performance-flash.svg)")
 
 
 CHAPTERS = (
@@ -146,7 +153,8 @@ CHAPTERS = (
      "The program without arguments, `env -i`, counted by valgrind and strace. `i2cget` is built from its source with the flags of our programs."),
     ("Actions", actions, "actions",
      "On the simulated board; the bare loop repeats the same bus requests and pauses and does nothing else. The pauses are the camera's."),
-    ("Stress test", stress, "stress", "In turns with a bare loop of the same requests and pauses."),
+    ("Stress test", stress, "stress", "In turns with a bare loop of the same requests and pauses. Memory and descriptors over a million rounds: "
+     "*soak* in [reliability.md](reliability.md)."),
     ("Registers", registers, "registers", "`i2cdump` counted on a bus that answers everything."),
     ("Configuration", configuration, "configuration",
      "Loading, looking up the last key, replacing it; beside inih and beside reading or copying the same bytes."),
