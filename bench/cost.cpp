@@ -52,8 +52,8 @@ pid_t Start(char **words)
     return errno == 0 ? child : -1;
 }
 
-/// What no other process could share: pages that were written. The peak counts the pages of libraries, too, as many as
-/// the kernel happens to map around those that are used. -1 when it cannot be told.
+/// What no other process could share: pages that were written, which are no longer a file's. The peak counts the pages
+/// of libraries, too, as many as the kernel happens to map around those that are used. -1 when it cannot be told.
 long OwnKiB(char **words)
 {
     const pid_t child = fork();
@@ -75,7 +75,7 @@ long OwnKiB(char **words)
         FILE *map = fopen(("/proc/" + std::to_string(child) + "/smaps_rollup").c_str(), "r");
         char line[256];
         while (map != nullptr && fgets(line, sizeof(line), map) != nullptr)
-            sscanf(line, "Private_Dirty: %ld", &sum);
+            sscanf(line, "Anonymous: %ld", &sum);
         if (map != nullptr)
             fclose(map);
     }
